@@ -1,0 +1,462 @@
+#!/usr/bin/env python3
+"""Generates the operation surface of libtavixopt from the registry in ops/.
+
+Reads ops/rows.txt, ops/internal_rows.txt, ops/modes.toml, ops/frame.toml and every other
+ops/*.toml (one family each) and writes into the output directory:
+
+  include/tavix/tavix_ops.h   public prototypes of every implemented entry
+  tavix_rows.h                TVX_ROW_* / TVX_IROW_* constants for every fixed row
+  tavix_variants.h            declarations of the reference (C) and SIMD (V) variants
+  entries.cc                  the public entry points
+  tables.cc                   static dispatch tables, fill and index functions, mode row sets
+  samples.inc                 one sample call per entry (generic tests and the tavix tool)
+  exports.txt                 symbols the shared library must export
+  api.md                      the API reference page
+
+Python standard library only.
+"""
+import argparse
+import glob
+import os
+import re
+import sys
+import tomllib
+
+PARAM_RE = re.compile(
+    r"^(?P<type>.+?[\s\*])(?P<name>\w+)(?:\s+(?P<dir>in|out|inout)\[(?P<count>[^\]]+)\])?$")
+REMOTE_TIERS = [2, 4, 5, 6]
+WIDTH_NAMES = ("width", "srcWidth", "src1Width")
+HEIGHT_NAMES = ("height", "srcHeight", "src1Height")
+
+
+class Param:
+    def __init__(self, text):
+        m = PARAM_RE.match(text.strip())
+        if not m:
+            sys.exit(f"gen_ops: cannot parse parameter '{text}'")
+        self.type = m["type"].strip()
+        self.name = m["name"]
+        self.dir = m["dir"]
+        self.count = m["count"]
+        self.is_ptr = self.type.endswith("*")
+        if self.is_ptr and not self.dir:
+            sys.exit(f"gen_ops: pointer parameter '{text}' needs a direction and count")
+
+    def decl(self):
+        return f"{self.type} {self.name}"
+
+
+class Op:
+    def __init__(self, d, defaults, family, rows, irows):
+        merged = dict(defaults)
+        merged.update(d)
+        self.name = merged["name"]
+        self.family = family
+        self.internal = merged.get("internal", False)
+        table = irows if self.internal else rows
+        if self.name not in table:
+            sys.exit(f"gen_ops: {self.name} has no fixed row")
+        self.row = table.index(self.name)
+        self.ret = merged["ret"]
+        self.style = merged["style"]
+        if self.style not in ("assert", "status", "value"):
+            sys.exit(f"gen_ops: {self.name}: unknown style {self.style}")
+        self.params = [Param(p) for p in merged["params"]]
+        self.cond = merged["cond"]
+        self.fail = merged.get("fail")
+        self.stride0 = merged.get("stride0", {})
+        self.precheck = merged.get("precheck")
+        self.downgrade = merged.get("downgrade", "none")
+        self.remote = merged.get("remote")
+        self.remote_tiers = merged.get("remote_tiers", REMOTE_TIERS)
+        self.min_width = merged.get("min_width")
+        self.gpu = merged.get("gpu")
+        self.simd = merged.get("simd", False)
+        self.doc = merged.get("doc", "")
+        self.sample = merged.get("sample", {})
+        self.legacy = merged.get("legacy", [])
+        for p in self.stride0:
+            if p not in self.names():
+                sys.exit(f"gen_ops: {self.name}: stride0 names unknown parameter {p}")
+        if self.style == "status" and self.ret != "int32_t":
+            sys.exit(f"gen_ops: {self.name}: status entries return int32_t")
+        if self.ret != "void" and self.style != "status" and self.fail is None:
+            sys.exit(f"gen_ops: {self.name}: a non-void entry needs a fail value")
+
+    def names(self):
+        return [p.name for p in self.params]
+
+    def decl_params(self):
+        return ", ".join(p.decl() for p in self.params) or "void"
+
+    def args(self):
+        return ", ".join(self.names())
+
+    def row_const(self):
+        return ("TVX_IROW_" if self.internal else "TVX_ROW_") + self.name
+
+    def impl_table(self):
+        return "tvxInternalImplTable" if self.internal else "tvxImplTable"
+
+    def func_table(self):
+        return "tvxInternalFuncTable" if self.internal else "tvxFuncTable"
+
+    def fn_type(self):
+        return f"tvx_fn_{self.name}"
+
+    def remote_expr(self):
+        if self.remote != "auto":
+            return self.remote
+        names = self.names()
+        w = next((n for n in WIDTH_NAMES if n in names), None)
+        h = next((n for n in HEIGHT_NAMES if n in names), None)
+        strides = [n for n in names if n.endswith("Stride")]
+        images = [p.name for p in self.params if p.is_ptr and "Stride" in (p.count or "")]
+        parts = []
+        if w and h:
+            parts.append(f"uint64_t({w})*{h} >= TVX_MIN_REMOTE_WORK")
+        if images or strides:
+            parts.append("tvx_aligned8(" + ", ".join(images + strides) + ")")
+        if self.min_width and w:
+            parts.append(f"{w} >= {self.min_width}")
+        return " && ".join(parts) or "1"
+
+
+def c_string(text):
+    return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
+
+
+def load(ops_dir):
+    def lines(path):
+        with open(path) as f:
+            return [l.strip() for l in f if l.strip() and not l.startswith("#")]
+    rows = [None if l == "-" else l for l in lines(os.path.join(ops_dir, "rows.txt"))]
+    irows = lines(os.path.join(ops_dir, "internal_rows.txt"))
+    with open(os.path.join(ops_dir, "modes.toml"), "rb") as f:
+        modes = tomllib.load(f)
+    with open(os.path.join(ops_dir, "frame.toml"), "rb") as f:
+        frame = tomllib.load(f)
+    ops = []
+    for path in sorted(glob.glob(os.path.join(ops_dir, "*.toml"))):
+        family = os.path.splitext(os.path.basename(path))[0]
+        if family in ("modes", "frame"):
+            continue
+        with open(path, "rb") as f:
+            doc = tomllib.load(f)
+        defaults = doc.get("defaults", {})
+        for d in doc.get("op", []):
+            ops.append(Op(d, defaults, family, rows, irows))
+    seen = {}
+    for op in ops:
+        key = (op.internal, op.row)
+        if key in seen:
+            sys.exit(f"gen_ops: {op.name} and {seen[key]} share a row")
+        seen[key] = op.name
+    return rows, irows, modes, frame, ops
+
+
+def gen_rows_h(rows, irows):
+    out = ["// Generated by tools/gen_ops.py from ops/rows.txt. Do not edit.", "#pragma once", "",
+           "#include <cstdint>", "",
+           f"constexpr uint32_t TVX_NUM_ROWS = {len(rows)};",
+           f"constexpr uint32_t TVX_NUM_INTERNAL_ROWS = {len(irows)};", "", "enum : uint32_t {"]
+    out += [f"  TVX_ROW_{n} = {i}," for i, n in enumerate(rows) if n]
+    out.append("};")
+    reserved = [str(i) for i, n in enumerate(rows) if not n]
+    out.append(f"// Reserved rows without an operation: {', '.join(reserved)}.")
+    out.append("enum : uint32_t {")
+    out += [f"  TVX_IROW_{n} = {i}," for i, n in enumerate(irows)]
+    out.append("};")
+    return "\n".join(out) + "\n"
+
+
+def gen_public_h(ops):
+    out = ["/* Generated by tools/gen_ops.py from the operation registry. Do not edit. */",
+           "#ifndef TAVIX_TAVIX_OPS_H", "#define TAVIX_TAVIX_OPS_H", "",
+           "#ifdef __cplusplus", 'extern "C" {', "#endif", ""]
+    for op in sorted(ops, key=lambda o: o.name.lower()):
+        if op.internal:
+            continue
+        out.append(f"/* {op.doc} */" if op.doc else "")
+        out.append(f"TVX_API {op.ret} {op.name}({op.decl_params()});")
+        for lg in op.legacy:
+            out.append(f"TVX_API {op.ret} {lg['name']}({', '.join(Param(p).decl() for p in lg['params'])});")
+    out += ["", "#ifdef __cplusplus", "}", "#endif", "", "#endif /* TAVIX_TAVIX_OPS_H */"]
+    return "\n".join(out) + "\n"
+
+
+def gen_variants_h(ops):
+    out = ["// Generated by tools/gen_ops.py. Do not edit.",
+           "// Every reference variant (C suffix) and SIMD variant (V suffix) with the row's",
+           "// exact parameter list, and the slot type the entries cast the dispatch slot to.",
+           "// Variants are declared weak so that a family can be linked and tested while another",
+           "// is being written; the registry test fails for any variant that is still missing.",
+           "#pragma once", "", "#include <cstdint>", "", '#include "tavix/tavix.h"', "",
+           "#define TVX_VARIANT __attribute__((weak))", ""]
+    for op in ops:
+        out.append(f"typedef {op.ret} (*{op.fn_type()})({op.decl_params()});")
+        out.append(f"TVX_VARIANT {op.ret} {op.name}C({op.decl_params()});")
+        if op.simd:
+            out.append(f"TVX_VARIANT {op.ret} {op.name}V({op.decl_params()});")
+    return "\n".join(out) + "\n"
+
+
+def entry_body(op, public_name):
+    """Body of an entry point, after its parameters are in the row's form."""
+    b = []
+    for p, expr in op.stride0.items():
+        b.append(f"  if ({p} == 0) {p} = {expr};")
+    if op.precheck:
+        b.append(f"  if (!({op.precheck})) {{ tvx_size_error({c_string(public_name)}); return{'' if op.ret == 'void' else ' ' + (op.fail or '3')}; }}")
+    b.append(f"  uint32_t t = {op.impl_table()}[{op.row_const()}];")
+    if op.downgrade in ("gated", "ungated"):
+        tiers = " || ".join(f"t == {t}" for t in op.remote_tiers)
+        gate = "HW_constraint_checks_enable && " if op.downgrade == "gated" else ""
+        b.append(f"  if (({tiers}) && {gate}!({op.remote_expr()})) t = 1;")
+    elif op.downgrade != "none":
+        sys.exit(f"gen_ops: {op.name}: unknown downgrade {op.downgrade}")
+    if op.gpu:
+        b.append(f"  if (t == 3 && !({op.gpu})) t = 1;")
+    b.append(f"  if (libLogPrint) tvx_trace({c_string(public_name)}, t);")
+    if op.style == "assert":
+        ret = "" if op.ret == "void" else " " + op.fail
+        b.append(f"  if (!({op.cond})) {{ tvx_assert_failed({c_string(public_name)}, {c_string(op.cond)}); return{ret}; }}")
+    elif op.style == "status":
+        b.append(f"  if (!({op.cond})) return 3;")
+    else:
+        b.append(f"  if (!({op.cond})) return {op.fail};")
+    call = f"reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][t])({op.args()})"
+    if op.style == "status":
+        b.append(f"  int32_t r = {call};")
+        b.append(f"  if (r == 32768) r = reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][1])({op.args()});")
+        b.append("  return r;")
+    elif op.ret == "void":
+        b.append(f"  {call};")
+    else:
+        b.append(f"  return {call};")
+    return b
+
+
+def gen_entries_cc(ops):
+    out = ["// Generated by tools/gen_ops.py from the operation registry. Do not edit.",
+           "// Every entry: defaults for zero strides, tier read, downgrade, trace, argument",
+           "// condition, call through the dispatch table (and the 32768 retry on slot 1).",
+           '#include "frame/frame.h"', "", 'extern "C" {', ""]
+    for op in ops:
+        if op.internal:
+            continue
+        out.append(f"TVX_API {op.ret} {op.name}({op.decl_params()}) {{")
+        out += entry_body(op, op.name)
+        out.append("}")
+        out.append("")
+        for lg in op.legacy:
+            lparams = [Param(p) for p in lg["params"]]
+            out.append(f"TVX_API {op.ret} {lg['name']}({', '.join(p.decl() for p in lparams)}) {{")
+            for p, expr in zip(op.params, lg["args"]):
+                out.append(f"  {p.decl()} = {expr};")
+            out += entry_body(op, lg["name"])
+            out.append("}")
+            out.append("")
+    out.append("}  // extern \"C\"")
+    return "\n".join(out) + "\n"
+
+
+def gen_tables_cc(rows, irows, modes, ops):
+    by_row = {op.row: op for op in ops if not op.internal}
+    by_irow = {op.row: op for op in ops if op.internal}
+    out = ["// Generated by tools/gen_ops.py. Do not edit.",
+           "// Static dispatch tables (constant initial data: reference variants in slots 0-3),",
+           "// and the functions that fill slots and choose tiers by row.",
+           '#include "frame/frame.h"', "", 'extern "C" {', "",
+           "TVX_FUNC_TABLE tvxFuncTable = {"]
+    for i, name in enumerate(rows):
+        op = by_row.get(i)
+        if op:
+            c = f"(void*)&{op.name}C"
+            out.append(f"  /* {i:3d} */ {{{c}, {c}, {c}, {c}, nullptr, nullptr, nullptr}},")
+        else:
+            out.append(f"  /* {i:3d} */ {{}},  // {name or 'reserved'}: not built")
+    out.append("};")
+    out.append("// Internal rows start empty; the first mode selection fills slots 0-3.")
+    out.append("TVX_INTERNAL_FUNC_TABLE tvxInternalFuncTable = {};")
+    out += ["", "}  // extern \"C\"", ""]
+
+    out.append("void uCTable(uint32_t slot) {")
+    out.append("  if (slot >= TVX_NUM_IMPL) return;")
+    for op in ops:
+        out.append(f"  {op.func_table()}[{op.row_const()}][slot] = (void*)&{op.name}C;")
+    out.append("}")
+    out.append("")
+    out.append("void uVTable(uint32_t slot) {")
+    out.append("  if (slot >= TVX_NUM_IMPL) return;")
+    for op in ops:
+        if op.simd:
+            out.append(f"  {op.func_table()}[{op.row_const()}][slot] = (void*)&{op.name}V;")
+    out.append("}")
+    out.append("")
+    simd_rows = [op for op in ops if op.simd]
+    out.append("static const uint16_t kSimdRows[] = {" +
+               ", ".join(op.row_const() for op in simd_rows if not op.internal) + "};")
+    irows_simd = [op.row_const() for op in simd_rows if op.internal]
+    out.append("static const uint16_t kSimdInternalRows[] = {" + ", ".join(irows_simd or ["0"]) + "};")
+    out.append(f"static const uint32_t kSimdInternalCount = {len(irows_simd)};")
+    out.append("")
+    out.append("void uVIndex() {")
+    out.append("  for (uint16_t r : kSimdRows) tvxImplTable[r] = TVX_IMPL_LANES;")
+    out.append("  for (uint32_t i = 0; i < kSimdInternalCount; ++i) tvxInternalImplTable[kSimdInternalRows[i]] = TVX_IMPL_LANES;")
+    out.append("}")
+    out.append("")
+    out.append("// Internal helper pointers: none of the built families binds one yet.")
+    out.append("void uCHelper() {}")
+    out.append("void uVHelper() {}")
+    out.append("")
+    for key, var in (("low_power", "tvxLowPowerSet"), ("performance", "tvxPerformanceSet"),
+                     ("performance_gpu", "tvxPerformanceGpuSet"), ("cpu_offload", "tvxCpuOffloadSet")):
+        names = modes[key]
+        out.append(f"static const uint16_t k_{key}[] = {{" + ", ".join(f"TVX_ROW_{n}" for n in names) + "};")
+        out.append(f"const TvxRowSet {var} = {{k_{key}, {len(names)}}};")
+    return "\n".join(out) + "\n"
+
+
+SCALAR_SAMPLES = {
+    "policy": "1", "dir": "3", "degree": "1", "scaleFactor": "1", "shift": "2",
+    "alpha": "0.5f", "beta": "0.5f", "scalar": "3", "nMinLocSize": "16", "nMaxLocSize": "16",
+}
+
+
+def sample_value(op, p):
+    if p.name in op.sample:
+        return str(op.sample[p.name])
+    if p.name in WIDTH_NAMES or p.name == "src2Width":
+        return "s.width"
+    if p.name in HEIGHT_NAMES:
+        return "s.height"
+    if p.name.endswith("Stride"):
+        return "0"
+    if p.name == "length":
+        return "s.width * s.height"
+    if p.name.startswith("value"):
+        return "7"
+    if p.name in SCALAR_SAMPLES:
+        return SCALAR_SAMPLES[p.name]
+    sys.exit(f"gen_ops: {op.name}: no sample value for {p.name}; add one with sample = {{...}}")
+
+
+def gen_samples(ops):
+    """One call per public entry over caller-provided buffers: used by the generic entry tests
+    (with the first pointer null) and by the tavix tool (tiers and timing)."""
+    out = ["// Generated by tools/gen_ops.py. Do not edit.",
+           "// Include after defining struct TvxSample { void* buf[TVX_SAMPLE_BUFFERS]; uint32_t width, height; bool nullFirst; };",
+           "// and TVX_SAMPLE_BUFFERS (at least the largest pointer count below).", ""]
+    entries = []
+    for op in ops:
+        if op.internal:
+            continue
+        args = []
+        k = 0
+        first = True
+        for p in op.params:
+            if p.is_ptr:
+                base = p.type.replace("const ", "").strip()
+                expr = f"reinterpret_cast<{base}>(s.buf[{k}])"
+                if first:
+                    expr = f"s.nullFirst ? nullptr : {expr}"
+                    first = False
+                args.append(f"({expr})")
+                k += 1
+            else:
+                args.append(f"static_cast<{p.type}>({sample_value(op, p)})")
+        call = f"{op.name}({', '.join(args)})"
+        if op.ret == "void":
+            body = f"{call}; return 0;"
+        else:
+            body = f"return static_cast<int64_t>({call});"
+        out.append(f"static int64_t tvx_sample_{op.name}(const TvxSample& s) {{ {body} }}")
+        kind = {"assert": 0, "status": 1, "value": 2}[op.style]
+        fail = op.fail if op.fail is not None else ("3" if op.style == "status" else "0")
+        entries.append(f'  {{"{op.name}", {op.row}, {"true" if op.simd else "false"}, {kind}, '
+                       f'{fail}, {c_string(op.cond)}, {k}, &tvx_sample_{op.name}}},')
+    out.append("")
+    out.append("struct TvxSampleEntry { const char* name; uint32_t row; bool simd; int style; "
+               "int64_t failValue; const char* cond; int pointers; int64_t (*call)(const TvxSample&); };")
+    out.append("static const TvxSampleEntry kTvxSamples[] = {")
+    out += entries
+    out.append("};")
+    return "\n".join(out) + "\n"
+
+
+def gen_exports(ops, frame):
+    names = [op.name for op in ops if not op.internal]
+    for op in ops:
+        names += [lg["name"] for lg in op.legacy]
+    names += frame["public"]["functions"] + frame["public"].get("data", [])
+    return "\n".join(sorted(names)) + "\n"
+
+
+def gen_api_md(rows, ops):
+    tier = lambda op: "CPU, LANES" if op.simd else "CPU"
+    style = {"assert": "assertion: logs the condition and returns", "status": "status: 3 on a bad argument",
+             "value": "value: returns the fail value"}
+    out = ["# libtavixopt API reference", "",
+           "Generated from the operation registry (`ops/`). Every entry below is implemented; rows",
+           "without an entry are not built yet and their dispatch slots are empty.", "",
+           f"Implemented operations: {sum(1 for o in ops if not o.internal)} of "
+           f"{sum(1 for r in rows if r)} rows; with a SIMD variant: {sum(1 for o in ops if o.simd)}.", ""]
+    for fam in sorted({op.family for op in ops}):
+        out += [f"## {fam}", ""]
+        for op in sorted((o for o in ops if o.family == fam), key=lambda o: o.name.lower()):
+            out.append(f"### `{op.name}` (row {op.row})")
+            out.append("")
+            if op.doc:
+                out += [op.doc, ""]
+            out.append("```c")
+            out.append(f"{op.ret} {op.name}({op.decl_params()});")
+            out.append("```")
+            out.append("")
+            out.append(f"- style: {style[op.style]}" + (f" {op.fail}" if op.fail and op.style != 'status' else ""))
+            out.append(f"- condition: `{op.cond}`")
+            if op.stride0:
+                out.append("- zero strides mean: " + ", ".join(f"`{k}` = `{v}`" for k, v in op.stride0.items()))
+            if op.downgrade != "none":
+                gate = "when constraint checks are on" if op.downgrade == "gated" else "always"
+                out.append(f"- remote tiers {op.remote_tiers} drop to LANES {gate} unless `{op.remote_expr()}`")
+            if op.gpu:
+                out.append(f"- GPU tier drops to LANES unless `{op.gpu}`")
+            out.append(f"- tiers: {tier(op)}")
+            out.append("")
+    return "\n".join(out) + "\n"
+
+
+def write(path, text):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    old = None
+    if os.path.exists(path):
+        with open(path) as f:
+            old = f.read()
+    if old != text:  # keep timestamps when nothing changed, so rebuilds stay incremental
+        with open(path, "w") as f:
+            f.write(text)
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--ops", required=True)
+    ap.add_argument("--out", required=True)
+    a = ap.parse_args()
+    rows, irows, modes, frame, ops = load(a.ops)
+    for key in ("low_power", "performance", "performance_gpu", "cpu_offload"):
+        for n in modes[key]:
+            if n not in rows:
+                sys.exit(f"gen_ops: mode set {key} names {n}, which has no row")
+    write(os.path.join(a.out, "include/tavix/tavix_ops.h"), gen_public_h(ops))
+    write(os.path.join(a.out, "tavix_rows.h"), gen_rows_h(rows, irows))
+    write(os.path.join(a.out, "tavix_variants.h"), gen_variants_h(ops))
+    write(os.path.join(a.out, "entries.cc"), gen_entries_cc(ops))
+    write(os.path.join(a.out, "tables.cc"), gen_tables_cc(rows, irows, modes, ops))
+    write(os.path.join(a.out, "samples.inc"), gen_samples(ops))
+    write(os.path.join(a.out, "exports.txt"), gen_exports(ops, frame))
+    write(os.path.join(a.out, "api.md"), gen_api_md(rows, ops))
+
+
+if __name__ == "__main__":
+    main()
