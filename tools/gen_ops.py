@@ -374,11 +374,13 @@ def gen_samples(ops):
         out.append(f"static int64_t tvx_sample_{op.name}(const TvxSample& s) {{ {body} }}")
         kind = {"assert": 0, "status": 1, "value": 2}[op.style]
         fail = op.fail if op.fail is not None else ("3" if op.style == "status" else "0")
+        v = f"(void*)&{op.name}V" if op.simd else "nullptr"
         entries.append(f'  {{"{op.name}", {op.row}, {"true" if op.simd else "false"}, {kind}, '
-                       f'{fail}, {c_string(op.cond)}, {k}, &tvx_sample_{op.name}}},')
+                       f'{fail}, {c_string(op.cond)}, {k}, &tvx_sample_{op.name}, (void*)&{op.name}C, {v}}},')
     out.append("")
     out.append("struct TvxSampleEntry { const char* name; uint32_t row; bool simd; int style; "
-               "int64_t failValue; const char* cond; int pointers; int64_t (*call)(const TvxSample&); };")
+               "int64_t failValue; const char* cond; int pointers; int64_t (*call)(const TvxSample&); "
+               "void* reference; void* simdVariant; };")
     out.append("static const TvxSampleEntry kTvxSamples[] = {")
     out += entries
     out.append("};")

@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# The test command: installs what is missing, builds, and runs the host suite and the ARMv7
+# suite under qemu-arm. TAVIX_SANITIZE_TESTS=1 adds the AddressSanitizer/UBSan debug suite.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh
+
+jobs=${TAVIX_JOBS:-2}
+cmake --preset host-release >/dev/null
+cmake --build --preset host-release -j"$jobs"
+ctest --preset host-release -j"$jobs"
+
+if [ "${TAVIX_SANITIZE_TESTS:-0}" = 1 ]; then
+  cmake --preset host-debug >/dev/null
+  cmake --build --preset host-debug -j"$jobs"
+  ctest --preset host-debug -j"$jobs"
+fi
+
+cmake --preset armhf >/dev/null
+cmake --build --preset armhf -j"$jobs"
+ctest --preset armhf -j"$jobs"

@@ -1,0 +1,129 @@
+// Checks that hold for every entry in the registry: a null first pointer is rejected without
+// a write, a valid call is accepted, every declared variant exists, and the SIMD slot gives
+// the reference result on the sample call.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "frame/frame.h"
+#include "frame/hw.h"
+
+#define TVX_SAMPLE_BUFFERS 12
+struct TvxSample {
+  void* buf[TVX_SAMPLE_BUFFERS];
+  uint32_t width, height;
+  bool nullFirst;
+};
+#include "samples.inc"
+
+namespace {
+
+constexpr size_t kBufferBytes = 64 * 1024;
+constexpr uint8_t kFill = 0x5A;
+
+std::vector<std::string> g_lines;
+void Capture(int, const char* tag, const char* message) {
+  g_lines.push_back(std::string(tag) + "|" + message);
+}
+
+struct Buffers {
+  std::vector<std::vector<uint8_t>> store;
+  TvxSample sample{};
+  explicit Buffers(uint32_t width, uint32_t height) {
+    store.assign(TVX_SAMPLE_BUFFERS, std::vector<uint8_t>(kBufferBytes));
+    for (int i = 0; i < TVX_SAMPLE_BUFFERS; ++i) {
+      // Small non-zero values keep every sample call meaningful (lists, masks, tables).
+      for (size_t j = 0; j < kBufferBytes; ++j) store[i][j] = static_cast<uint8_t>((j * 7 + i * 13) % 61 + 1);
+      sample.buf[i] = store[i].data();
+    }
+    sample.width = width;
+    sample.height = height;
+  }
+  void Fill(uint8_t value) {
+    for (auto& b : store) std::memset(b.data(), value, b.size());
+  }
+  bool AllEqual(uint8_t value) const {
+    for (const auto& b : store)
+      for (uint8_t v : b)
+        if (v != value) return false;
+    return true;
+  }
+};
+
+class EntryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    g_lines.clear();
+    tvx_set_log_sink(&Capture);
+    std::memset(tvxImplTable, 0, sizeof tvxImplTable);
+  }
+  void TearDown() override { tvx_set_log_sink(nullptr); }
+};
+
+TEST_F(EntryTest, NullFirstPointerIsRejectedWithoutWriting) {
+  for (const TvxSampleEntry& e : kTvxSamples) {
+    if (e.pointers == 0) continue;
+    SCOPED_TRACE(e.name);
+    Buffers b(16, 8);
+    b.Fill(kFill);
+    b.sample.nullFirst = true;
+    g_lines.clear();
+    const int64_t result = e.call(b.sample);
+    EXPECT_TRUE(b.AllEqual(kFill)) << "a rejected call wrote into a buffer";
+    if (e.style == 0) {
+      ASSERT_EQ(g_lines.size(), 1u);
+      EXPECT_EQ(g_lines[0], std::string("tavix_lib_log|Assertion failed @") + e.name + ": " + e.cond + "\n");
+      EXPECT_EQ(result, e.failValue);
+    } else if (e.style == 1) {
+      EXPECT_EQ(result, 3);
+      EXPECT_TRUE(g_lines.empty());
+    } else {
+      EXPECT_EQ(result, e.failValue);
+      EXPECT_TRUE(g_lines.empty());
+    }
+  }
+}
+
+TEST_F(EntryTest, ValidSampleCallIsAccepted) {
+  for (const TvxSampleEntry& e : kTvxSamples) {
+    SCOPED_TRACE(e.name);
+    Buffers b(16, 8);
+    g_lines.clear();
+    const int64_t result = e.call(b.sample);
+    EXPECT_TRUE(g_lines.empty()) << g_lines.front();
+    if (e.style == 1) EXPECT_EQ(result, 0);
+  }
+}
+
+TEST_F(EntryTest, EveryDeclaredVariantExists) {
+  for (const TvxSampleEntry& e : kTvxSamples) {
+    SCOPED_TRACE(e.name);
+    EXPECT_NE(e.reference, nullptr) << "reference variant missing";
+    EXPECT_EQ(tvxFuncTable[e.row][0], e.reference);
+    if (e.simd) EXPECT_NE(e.simdVariant, nullptr) << "SIMD variant missing";
+  }
+}
+
+// One sample call per operation on each tier: the SIMD slot must leave every buffer exactly as
+// the reference slot does (the per-family suites sweep shapes and targets in depth).
+TEST_F(EntryTest, SimdSlotMatchesReferenceOnSampleCall) {
+  for (const TvxSampleEntry& e : kTvxSamples) {
+    if (!e.simd || !e.simdVariant) continue;
+    SCOPED_TRACE(e.name);
+    Buffers ref(37, 5), simd(37, 5);
+    void* saved = tvxFuncTable[e.row][1];
+    tvxImplTable[e.row] = 0;
+    const int64_t r0 = e.call(ref.sample);
+    tvxFuncTable[e.row][1] = e.simdVariant;
+    tvxImplTable[e.row] = 1;
+    const int64_t r1 = e.call(simd.sample);
+    tvxImplTable[e.row] = 0;
+    tvxFuncTable[e.row][1] = saved;
+    EXPECT_EQ(r0, r1);
+    for (int i = 0; i < TVX_SAMPLE_BUFFERS; ++i) EXPECT_EQ(ref.store[i], simd.store[i]) << "buffer " << i;
+  }
+}
+
+}  // namespace
