@@ -19,5 +19,7 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
 find_program(TAVIX_QEMU_ARM qemu-arm)
 if(TAVIX_QEMU_ARM)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${TAVIX_QEMU_ARM} -L /usr/arm-linux-gnueabihf)
+  # The armhf multiarch runtime (libc6:armhf, libstdc++6:armhf) serves the binaries; pointing
+  # qemu at the cross toolchain's sysroot instead breaks fork() in the child.
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${TAVIX_QEMU_ARM})
 endif()
