@@ -211,7 +211,7 @@ TEST_F(ModeTest, ReservedRowsAndBufferRegistrationKeepTheirTiers) {
   tvxImplTable[362] = 6;
   tvxImplTable[363] = 4;
   tvxInternalImplTable[TVX_IROW_tvxRegisterBuf] = 5;
-  for (int32_t mode : {3, 0x80000002, 7, 0}) {
+  for (int32_t mode : {3, static_cast<int32_t>(0x80000002), 7, 0}) {
     tvxSetOperationMode(mode);
     EXPECT_EQ(tvxImplTable[362], 6u);
     EXPECT_EQ(tvxImplTable[363], 4u);
