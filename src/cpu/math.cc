@@ -1,13 +1,6 @@
 // Numeric helpers exported for applications and shared by several operation families: the
 // fast inverse square root behind the gradient magnitude, the rational quarter-turn arctangent
 // behind the gradient phase, and the population count of every byte value.
-// Exact agreement between tiers needs every float product rounded on its own: no contraction
-// of a multiply and an add into one fused operation, whatever the build flags say.
-#if defined(__clang__)
-#pragma clang fp contract(off)
-#elif defined(__GNUC__)
-#pragma GCC optimize("fp-contract=off")
-#endif
 #include <cmath>
 #include <cstring>
 

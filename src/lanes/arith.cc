@@ -427,142 +427,146 @@ HWY_EXPORT(ConvertDepthu8s16Lanes);
 HWY_EXPORT(ConvertDepths16u8Lanes);
 }  // namespace tvx
 
+// A single-target build (ARMv7 NEON) expands the dispatch to N_NEON::Kernel, which only
+// resolves with the kernels' namespace in scope.
+using namespace tvx;
+
 void tvxAbsDiffu8V(const uint8_t* src1, const uint8_t* src2, uint32_t srcWidth, uint32_t srcHeight,
                    uint32_t srcStride, uint8_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffu8Lanes)(src1, src2, srcWidth, srcHeight, srcStride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(AbsDiffu8Lanes)(src1, src2, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
 void tvxAbsDiffs32V(const int32_t* src1, const int32_t* src2, uint32_t srcWidth, uint32_t srcHeight,
                     uint32_t srcStride, uint32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffs32Lanes)(src1, src2, srcWidth, srcHeight, srcStride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(AbsDiffs32Lanes)(src1, src2, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
 void tvxAbsDifff32V(const float32_t* src1, const float32_t* src2, uint32_t srcWidth, uint32_t srcHeight,
                     uint32_t srcStride, float32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDifff32Lanes)(src1, src2, srcWidth, srcHeight, srcStride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(AbsDifff32Lanes)(src1, src2, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
 void tvxAbsDiffVu8V(const uint8_t* src, uint8_t value, uint32_t srcWidth, uint32_t srcHeight,
                     uint32_t srcStride, uint8_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVu8Lanes)(src, value, srcWidth, srcHeight, srcStride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(AbsDiffVu8Lanes)(src, value, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
 void tvxAbsDiffVs32V(const int32_t* src, int32_t value, uint32_t srcWidth, uint32_t srcHeight,
                      uint32_t srcStride, uint32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVs32Lanes)(src, value, srcWidth, srcHeight, srcStride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(AbsDiffVs32Lanes)(src, value, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
 void tvxAbsDiffVf32V(const float32_t* src, float32_t value, uint32_t srcWidth, uint32_t srcHeight,
                      uint32_t srcStride, float32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVf32Lanes)(src, value, srcWidth, srcHeight, srcStride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(AbsDiffVf32Lanes)(src, value, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
 void tvxAbsDiffVc4u8V(const uint8_t* src, uint8_t value1, uint8_t value2, uint8_t value3, uint8_t value4,
                       uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                       uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVc4u8Lanes)(src, value1, value2, value3, value4, srcWidth, srcHeight,
+  HWY_DYNAMIC_DISPATCH(AbsDiffVc4u8Lanes)(src, value1, value2, value3, value4, srcWidth, srcHeight,
                                                srcStride, dst, dstStride);
 }
 void tvxAbsDiffVc4s32V(const int32_t* src, int32_t value1, int32_t value2, int32_t value3, int32_t value4,
                        uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint32_t* dst,
                        uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVc4s32Lanes)(src, value1, value2, value3, value4, srcWidth, srcHeight,
+  HWY_DYNAMIC_DISPATCH(AbsDiffVc4s32Lanes)(src, value1, value2, value3, value4, srcWidth, srcHeight,
                                                 srcStride, dst, dstStride);
 }
 void tvxAbsDiffVc4f32V(const float32_t* src, float32_t value1, float32_t value2, float32_t value3,
                        float32_t value4, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride,
                        float32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVc4f32Lanes)(src, value1, value2, value3, value4, srcWidth, srcHeight,
+  HWY_DYNAMIC_DISPATCH(AbsDiffVc4f32Lanes)(src, value1, value2, value3, value4, srcWidth, srcHeight,
                                                 srcStride, dst, dstStride);
 }
 void tvxAbsDiffVc3u8V(const uint8_t* src, uint8_t value1, uint8_t value2, uint8_t value3, uint32_t srcWidth,
                       uint32_t srcHeight, uint32_t srcStride, uint8_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVc3u8Lanes)(src, value1, value2, value3, srcWidth, srcHeight, srcStride,
+  HWY_DYNAMIC_DISPATCH(AbsDiffVc3u8Lanes)(src, value1, value2, value3, srcWidth, srcHeight, srcStride,
                                                dst, dstStride);
 }
 void tvxAbsDiffVc3s32V(const int32_t* src, int32_t value1, int32_t value2, int32_t value3, uint32_t srcWidth,
                        uint32_t srcHeight, uint32_t srcStride, uint32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVc3s32Lanes)(src, value1, value2, value3, srcWidth, srcHeight, srcStride,
+  HWY_DYNAMIC_DISPATCH(AbsDiffVc3s32Lanes)(src, value1, value2, value3, srcWidth, srcHeight, srcStride,
                                                 dst, dstStride);
 }
 void tvxAbsDiffVc3f32V(const float32_t* src, float32_t value1, float32_t value2, float32_t value3,
                        uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, float32_t* dst,
                        uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::AbsDiffVc3f32Lanes)(src, value1, value2, value3, srcWidth, srcHeight, srcStride,
+  HWY_DYNAMIC_DISPATCH(AbsDiffVc3f32Lanes)(src, value1, value2, value3, srcWidth, srcHeight, srcStride,
                                                 dst, dstStride);
 }
 
 void tvxAddu8u16V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                   const uint8_t* src2, uint32_t src2Stride, uint16_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::Addu8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(Addu8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst, dstStride);
 }
 void tvxAdds16V(const int16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                 const int16_t* src2, uint32_t src2Stride, int16_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::Adds16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(Adds16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst, dstStride);
 }
 void tvxAddf32V(const float32_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                 const float32_t* src2, uint32_t src2Stride, float32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::Addf32Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst, dstStride);
+  HWY_DYNAMIC_DISPATCH(Addf32Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst, dstStride);
 }
 int32_t tvxAddu8V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                   const uint8_t* src2, uint32_t src2Stride, int32_t policy, uint8_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Addu8Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy, dst,
+  return HWY_DYNAMIC_DISPATCH(Addu8Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy, dst,
                                                dstStride);
 }
 int32_t tvxSubtractu8V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                        const uint8_t* src2, uint32_t src2Stride, int32_t policy, uint8_t* dst,
                        uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Subtractu8Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
+  return HWY_DYNAMIC_DISPATCH(Subtractu8Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
                                                     dst, dstStride);
 }
 int32_t tvxAdds16_v2V(const int16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                       const int16_t* src2, uint32_t src2Stride, int32_t policy, int16_t* dst,
                       uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Adds16_v2Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
+  return HWY_DYNAMIC_DISPATCH(Adds16_v2Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
                                                    dst, dstStride);
 }
 int32_t tvxSubtracts16V(const int16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                         const int16_t* src2, uint32_t src2Stride, int32_t policy, int16_t* dst,
                         uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Subtracts16Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
+  return HWY_DYNAMIC_DISPATCH(Subtracts16Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
                                                      dst, dstStride);
 }
 int32_t tvxAddu16u8u16V(const uint16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                         const uint8_t* src2, uint32_t src2Stride, int32_t policy, uint16_t* dst,
                         uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Addu16u8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
+  return HWY_DYNAMIC_DISPATCH(Addu16u8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride, policy,
                                                      dst, dstStride);
 }
 int32_t tvxSubtractu8s16V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                           const uint8_t* src2, uint32_t src2Stride, int16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Subtractu8s16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
+  return HWY_DYNAMIC_DISPATCH(Subtractu8s16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
                                                        dstStride);
 }
 void tvxElementMultiplyu8u16V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                               const uint8_t* src2, uint32_t src2Stride, uint16_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::ElementMultiplyu8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
+  HWY_DYNAMIC_DISPATCH(ElementMultiplyu8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
                                                        dstStride);
 }
 void tvxElementMultiplyf32V(const float32_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                             const float32_t* src2, uint32_t src2Stride, float32_t* dst, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::ElementMultiplyf32Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
+  HWY_DYNAMIC_DISPATCH(ElementMultiplyf32Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
                                                      dstStride);
 }
 int32_t tvxAddScalarf32V(const float32_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                          float32_t scalar, float32_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::AddScalarf32Lanes)(src, width, height, srcStride, scalar, dst, dstStride);
+  return HWY_DYNAMIC_DISPATCH(AddScalarf32Lanes)(src, width, height, srcStride, scalar, dst, dstStride);
 }
 int32_t tvxAddScalars16V(const int16_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                          int32_t scalar, int16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::AddScalars16Lanes)(src, width, height, srcStride, scalar, dst, dstStride);
+  return HWY_DYNAMIC_DISPATCH(AddScalars16Lanes)(src, width, height, srcStride, scalar, dst, dstStride);
 }
 int32_t tvxMultiplyScalarf32V(const float32_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                               float32_t scalar, float32_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::MultiplyScalarf32Lanes)(src, width, height, srcStride, scalar, dst,
+  return HWY_DYNAMIC_DISPATCH(MultiplyScalarf32Lanes)(src, width, height, srcStride, scalar, dst,
                                                            dstStride);
 }
 int32_t tvxConvertDepthu8s16V(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                               uint32_t shift, int16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::ConvertDepthu8s16Lanes)(src, width, height, srcStride, shift, dst,
+  return HWY_DYNAMIC_DISPATCH(ConvertDepthu8s16Lanes)(src, width, height, srcStride, shift, dst,
                                                            dstStride);
 }
 int32_t tvxConvertDepths16u8V(const int16_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                               uint32_t shift, int32_t policy, uint8_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::ConvertDepths16u8Lanes)(src, width, height, srcStride, shift, policy, dst,
+  return HWY_DYNAMIC_DISPATCH(ConvertDepths16u8Lanes)(src, width, height, srcStride, shift, policy, dst,
                                                            dstStride);
 }
 #endif  // HWY_ONCE

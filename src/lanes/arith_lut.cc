@@ -1,11 +1,11 @@
 // SIMD variant of the 256-entry byte look-up table.
 //
 // x86: a byte shuffle looks up 16 entries, using the low four bits of each index and giving 0
-// when bit 7 is set. With t = index - 16j (wrapping), bit 7 of t is clear exactly when the
-// index's high nibble h lies in [j, j + 7] (cyclically), and the low nibble is kept. For h < 8,
-// XOR-ing the shuffles of j = 0..7 of the tables D0 = T0, Dj = Tj ^ Tj-1 (Tj = entries 16j to
-// 16j + 15) telescopes to Th; for h >= 8 the shuffles of j = 8..15 with D8 = T8 do the same.
-// Bit 7 of the index picks between the two sums: 16 shuffles per vector.
+// when bit 7 is set. Let t = (index & 0x7F) - 16j (wrapping) for j = 0..7: bit 7 of t is clear
+// exactly when j <= h, where h = bits 4..6 of the index, and the low nibble is kept. XOR-ing the
+// shuffles of j = 0..h of the tables D0 = T0, Dj = Tj ^ Tj-1 (Tj = entries 16j to 16j + 15)
+// telescopes to Th; the tables D8 = T8, Dj = Tj ^ Tj-1 (j = 9..15) give T8+h the same way from
+// the same indices. Bit 7 of the index picks between the two sums: 16 shuffles per vector.
 // NEON: table look-ups over 4 registers (32 bytes on ARMv7, 64 on AArch64) that leave a lane
 // unchanged when its index is out of range, walking the index down one table at a time.
 // Other targets: the scalar loop.
@@ -42,17 +42,14 @@ class ShuffleTable {
     const D d;
     const hn::RebindToSigned<D> di;
     const V step = hn::Set(d, 16);
-    V t = index;
+    // Both halves of the table share the indices: bit 7 cleared, then walked down by 16.
+    V t = hn::And(index, hn::Set(d, 0x7F));
     V low = hn::TableLookupBytesOr0(table_[0], t);
+    V high = hn::TableLookupBytesOr0(table_[8], t);
     for (int j = 1; j < 8; ++j) {
       t = hn::Sub(t, step);
       low = hn::Xor(low, hn::TableLookupBytesOr0(table_[j], t));
-    }
-    t = hn::Sub(t, step);
-    V high = hn::TableLookupBytesOr0(table_[8], t);
-    for (int j = 9; j < 16; ++j) {
-      t = hn::Sub(t, step);
-      high = hn::Xor(high, hn::TableLookupBytesOr0(table_[j], t));
+      high = hn::Xor(high, hn::TableLookupBytesOr0(table_[8 + j], t));
     }
     return hn::BitCast(d, hn::IfNegativeThenElse(hn::BitCast(di, index), hn::BitCast(di, high),
                                                  hn::BitCast(di, low)));
@@ -152,8 +149,12 @@ namespace tvx {
 HWY_EXPORT(TableLookupu8Lanes);
 }  // namespace tvx
 
+// A single-target build (ARMv7 NEON) expands the dispatch to N_NEON::Kernel, which only
+// resolves with the kernels' namespace in scope.
+using namespace tvx;
+
 int32_t tvxTableLookupu8V(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                           const uint8_t* lut, uint8_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::TableLookupu8Lanes)(src, width, height, srcStride, lut, dst, dstStride);
+  return HWY_DYNAMIC_DISPATCH(TableLookupu8Lanes)(src, width, height, srcStride, lut, dst, dstStride);
 }
 #endif  // HWY_ONCE

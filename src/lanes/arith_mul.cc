@@ -271,39 +271,43 @@ HWY_EXPORT(AddWeightedu8Lanes);
 HWY_EXPORT(AddSquaredu8u16Lanes);
 }  // namespace tvx
 
+// A single-target build (ARMv7 NEON) expands the dispatch to N_NEON::Kernel, which only
+// resolves with the kernels' namespace in scope.
+using namespace tvx;
+
 int32_t tvxElementMultiplyu8V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                               const uint8_t* src2, uint32_t src2Stride, int8_t scaleFactor, int32_t policy,
                               uint8_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::ElementMultiplyu8Lanes)(src1, width, height, src1Stride, src2, src2Stride,
+  return HWY_DYNAMIC_DISPATCH(ElementMultiplyu8Lanes)(src1, width, height, src1Stride, src2, src2Stride,
                                                            scaleFactor, policy, dst, dstStride);
 }
 int32_t tvxElementMultiplyu8s16V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                                  const uint8_t* src2, uint32_t src2Stride, int8_t scaleFactor, int32_t policy,
                                  int16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::ElementMultiplyu8s16Lanes)(src1, width, height, src1Stride, src2,
+  return HWY_DYNAMIC_DISPATCH(ElementMultiplyu8s16Lanes)(src1, width, height, src1Stride, src2,
                                                               src2Stride, scaleFactor, policy, dst, dstStride);
 }
 int32_t tvxElementMultiplys16V(const int16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                                const int16_t* src2, uint32_t src2Stride, int8_t scaleFactor, int32_t policy,
                                int16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::ElementMultiplys16Lanes)(src1, width, height, src1Stride, src2, src2Stride,
+  return HWY_DYNAMIC_DISPATCH(ElementMultiplys16Lanes)(src1, width, height, src1Stride, src2, src2Stride,
                                                             scaleFactor, policy, dst, dstStride);
 }
 int32_t tvxMultiplyScalars16V(const int16_t* src, uint32_t width, uint32_t height, uint32_t srcStride,
                               int16_t scalar, int8_t shift, int16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::MultiplyScalars16Lanes)(src, width, height, srcStride, scalar, shift, dst,
+  return HWY_DYNAMIC_DISPATCH(MultiplyScalars16Lanes)(src, width, height, srcStride, scalar, shift, dst,
                                                            dstStride);
 }
 int32_t tvxAddWeightedu8V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                           const uint8_t* src2, uint32_t src2Stride, float32_t alpha, float32_t beta,
                           uint8_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::AddWeightedu8Lanes)(src1, width, height, src1Stride, src2, src2Stride, alpha,
+  return HWY_DYNAMIC_DISPATCH(AddWeightedu8Lanes)(src1, width, height, src1Stride, src2, src2Stride, alpha,
                                                        beta, dst, dstStride);
 }
 int32_t tvxAddSquaredu8u16V(const uint8_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                             const uint16_t* src2, uint32_t src2Stride, int8_t scaleFactor, uint16_t* dst,
                             uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::AddSquaredu8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride,
+  return HWY_DYNAMIC_DISPATCH(AddSquaredu8u16Lanes)(src1, width, height, src1Stride, src2, src2Stride,
                                                          scaleFactor, dst, dstStride);
 }
 #endif  // HWY_ONCE

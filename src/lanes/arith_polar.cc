@@ -1,13 +1,7 @@
 // SIMD variants of gradient magnitude and phase. Both are float computations whose integer
 // results must match the reference exactly, so the lanes perform the same IEEE operations in
-// the same order as tvxIsqrt and tvxAtan2 (no fused multiply-add, correctly rounded division).
-// Exact agreement between tiers needs every float product rounded on its own: no contraction
-// of a multiply and an add into one fused operation, whatever the build flags say.
-#if defined(__clang__)
-#pragma clang fp contract(off)
-#elif defined(__GNUC__)
-#pragma GCC optimize("fp-contract=off")
-#endif
+// the same order as tvxIsqrt and tvxAtan2: correctly rounded division, and no fused
+// multiply-add (the build compiles with -ffp-contract=off, which this file relies on).
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "lanes/arith_polar.cc"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
@@ -151,14 +145,18 @@ HWY_EXPORT(Magnitudes16Lanes);
 HWY_EXPORT(Phases16Lanes);
 }  // namespace tvx
 
+// A single-target build (ARMv7 NEON) expands the dispatch to N_NEON::Kernel, which only
+// resolves with the kernels' namespace in scope.
+using namespace tvx;
+
 int32_t tvxMagnitudes16V(const int16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                          const int16_t* src2, uint32_t src2Stride, uint16_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Magnitudes16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
+  return HWY_DYNAMIC_DISPATCH(Magnitudes16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
                                                       dstStride);
 }
 int32_t tvxPhases16V(const int16_t* src1, uint32_t width, uint32_t height, uint32_t src1Stride,
                      const int16_t* src2, uint32_t src2Stride, uint8_t* dst, uint32_t dstStride) {
-  return HWY_DYNAMIC_DISPATCH(tvx::Phases16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
+  return HWY_DYNAMIC_DISPATCH(Phases16Lanes)(src1, width, height, src1Stride, src2, src2Stride, dst,
                                                   dstStride);
 }
 #endif  // HWY_ONCE

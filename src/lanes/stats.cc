@@ -8,6 +8,7 @@
 // the count included. Floats are compared through integer keys ordered like the floats (both
 // zeros share one key), which keeps comparisons exact even where vector units flush
 // subnormals; an image holding a NaN goes to the reference variant.
+
 // g++ fuses a*b+c into one FMA in C++ modes unless told not to, even across statements and
 // vector intrinsics, which would round float products differently per target.
 #if defined(__GNUC__) && !defined(__clang__)
