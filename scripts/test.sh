@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, builds, and runs the host suite and the ARMv7
-# suite under qemu-arm. TAVIX_SANITIZE_TESTS=1 adds the AddressSanitizer/UBSan debug suite.
+# suite under qemu-arm, and the host suite again as a debug build under AddressSanitizer and
+# UndefinedBehaviorSanitizer (TAVIX_SANITIZE_TESTS=0 skips that one).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -10,7 +11,7 @@ cmake --preset host-release >/dev/null
 cmake --build --preset host-release -j"$jobs"
 ctest --preset host-release -j"$jobs"
 
-if [ "${TAVIX_SANITIZE_TESTS:-0}" = 1 ]; then
+if [ "${TAVIX_SANITIZE_TESTS:-1}" = 1 ]; then
   cmake --preset host-debug >/dev/null
   cmake --build --preset host-debug -j"$jobs"
   ctest --preset host-debug -j"$jobs"
