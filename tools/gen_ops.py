@@ -16,6 +16,7 @@ ops/*.toml (one family each) and writes into the output directory:
 Python standard library only.
 """
 import argparse
+import copy
 import glob
 import os
 import re
@@ -54,9 +55,11 @@ class Op:
         self.family = family
         self.internal = merged.get("internal", False)
         table = irows if self.internal else rows
-        if self.name not in table:
+        # A _v2 form whose legacy entry owns the row name gives that name as `row`.
+        self.row_name = merged.get("row", self.name)
+        if self.row_name not in table:
             sys.exit(f"gen_ops: {self.name} has no fixed row")
-        self.row = table.index(self.name)
+        self.row = table.index(self.row_name)
         self.ret = merged["ret"]
         self.style = merged["style"]
         if self.style not in ("assert", "status", "value"):
@@ -75,6 +78,8 @@ class Op:
         self.doc = merged.get("doc", "")
         self.sample = merged.get("sample", {})
         self.legacy = merged.get("legacy", [])
+        self.inplace_cond = merged.get("inplace_cond")
+        self.call_args = None
         for p in self.stride0:
             if p not in self.names():
                 sys.exit(f"gen_ops: {self.name}: stride0 names unknown parameter {p}")
@@ -86,6 +91,18 @@ class Op:
     def names(self):
         return [p.name for p in self.params]
 
+    def legacy_view(self, lg):
+        """The entry shape of a legacy entry: its own parameters, name and (when given) its own
+        condition and tier rules over those parameters; it calls the row with lg["args"]."""
+        view = copy.copy(self)
+        view.params = [Param(p) for p in lg["params"]]
+        view.stride0 = {}
+        for key in ("cond", "precheck", "downgrade", "remote", "gpu", "inplace_cond"):
+            if key in lg:
+                setattr(view, key, lg[key])
+        view.call_args = ", ".join(lg["args"])
+        return view
+
     def decl_params(self):
         return ", ".join(p.decl() for p in self.params) or "void"
 
@@ -93,7 +110,7 @@ class Op:
         return ", ".join(self.names())
 
     def row_const(self):
-        return ("TVX_IROW_" if self.internal else "TVX_ROW_") + self.name
+        return ("TVX_IROW_" if self.internal else "TVX_ROW_") + self.row_name
 
     def impl_table(self):
         return "tvxInternalImplTable" if self.internal else "tvxImplTable"
@@ -223,10 +240,21 @@ def entry_body(op, public_name):
         b.append(f"  if (!({op.cond})) return 3;")
     else:
         b.append(f"  if (!({op.cond})) return {op.fail};")
-    call = f"reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][t])({op.args()})"
+    if op.inplace_cond:
+        # A second condition that only binds when the first output aliases the first input.
+        src = next(p.name for p in op.params if p.is_ptr and p.dir == "in")
+        dst = next(p.name for p in op.params if p.is_ptr and p.dir != "in")
+        fail = "" if op.ret == "void" else " " + (op.fail or "3")
+        alias = f"static_cast<const void*>({src}) == static_cast<const void*>({dst})"
+        if op.style == "assert":
+            b.append(f"  if ({alias} && !({op.inplace_cond})) {{ tvx_assert_failed({c_string(public_name)}, {c_string(op.inplace_cond)}); return{fail}; }}")
+        else:
+            b.append(f"  if ({alias} && !({op.inplace_cond})) return{fail};")
+    args = op.call_args or op.args()
+    call = f"reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][t])({args})"
     if op.style == "status":
         b.append(f"  int32_t r = {call};")
-        b.append(f"  if (r == 32768) r = reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][1])({op.args()});")
+        b.append(f"  if (r == 32768) r = reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][1])({args});")
         b.append("  return r;")
     elif op.ret == "void":
         b.append(f"  {call};")
@@ -248,11 +276,9 @@ def gen_entries_cc(ops):
         out.append("}")
         out.append("")
         for lg in op.legacy:
-            lparams = [Param(p) for p in lg["params"]]
-            out.append(f"TVX_API {op.ret} {lg['name']}({', '.join(p.decl() for p in lparams)}) {{")
-            for p, expr in zip(op.params, lg["args"]):
-                out.append(f"  {p.decl()} = {expr};")
-            out += entry_body(op, lg["name"])
+            view = op.legacy_view(lg)
+            out.append(f"TVX_API {op.ret} {lg['name']}({view.decl_params()}) {{")
+            out += entry_body(view, lg["name"])
             out.append("}")
             out.append("")
     out.append("}  // extern \"C\"")
