@@ -60,6 +60,7 @@ int main(int argc, char** argv) {
     }
     registerSide(key(p.label) + "/tavix", &p.tavix, p.bytes);
     registerSide(key(p.label) + "/opencv", &p.opencv, p.bytes);
+    if (p.libyuv) registerSide(key(p.label) + "/libyuv", &p.libyuv, p.bytes);
   }
   for (const OverheadPair& o : makeOverheadPairs()) {
     if (o.available()) registerOverhead(o);

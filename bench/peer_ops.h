@@ -1,6 +1,6 @@
-// The operations compared with OpenCV: each a public library call and OpenCV's equivalent on
-// the same 1920x1080 u8 images, plus the entry-point overhead pairs. Shared by the Google
-// Benchmark suite and the side-by-side driver.
+// The operations compared with OpenCV (and libyuv where it has the operation): each a public
+// library call and the peers' equivalents on the same 1920x1080 images, plus the entry-point
+// overhead pairs. Shared by the Google Benchmark suite and the side-by-side driver.
 #pragma once
 
 #include <cstdint>
@@ -17,6 +17,9 @@ struct PeerImages {
   cv::Mat tavixOut, opencvOut;       // outputs, 1920x1080
   cv::Mat tavixOutT, opencvOutT;     // transposed outputs, 1080x1920
   cv::Mat copySrc, copyDst;          // the copy bound moves one 1920x1080 image
+  cv::Mat rgb, rgba;                 // random 3- and 4-byte pixels, 1920x1080
+  cv::Mat cb, cr, crcb;              // 960x540 chroma planes and their (Cr, Cb) pairs; luma is `a`
+  cv::Mat smooth;                    // a blurred random image: edges and flat areas for Canny/Otsu
   PeerImages();
   void scrambleOutputs();            // different contents, so an output left unwritten shows
   void copyImage();                  // memcpy of one image: the copy bound
@@ -40,7 +43,23 @@ struct PeerPair {
   // Targets of the library (0: none): the least OpenCV time / library time, and the most
   // library time / copy time.
   double goalSpeedup = 0, goalVsCopy = 0;
+
+  // Optional third side: libyuv's equivalent, its output compared with the library's.
+  std::string libyuvCall;
+  std::function<void()> libyuv;
+  std::function<std::string()> compareLibyuv;
+  double goalVsLibyuv = 0;  // the least libyuv time / library time (0: none)
+  PeerPair& withLibyuv(std::string call, std::function<void()> fn, std::function<std::string()> cmp);
 };
+
+// "same" when equal, else the largest absolute difference.
+std::string compareImages(const cv::Mat& x, const cv::Mat& y);
+
+// Each family adds its pairs.
+void addArithPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addFilterPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addColorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addScalePairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 

@@ -435,6 +435,11 @@ TEST_F(ColorTest, WidthOneEndsTheProcessInThePairRowKernel) {
               "src/cpu/tavixColorC@[0-9]+: length > 1 Assertion failed");
   EXPECT_EXIT(tvxColorYCbCr420PlanarToRGBA8888u8(y, c, c + 1, 1, 1, 0, 0, 0, out, 0), ::testing::ExitedWithCode(1),
               "length > 1 Assertion failed");
+  // The SIMD tier ends the process the same way.
+  EXPECT_EXIT(tvxColorYCbCr422PlanarToRGB565u8V(y, c, c + 1, 1, 1, 1, 1, 1, out, 2), ::testing::ExitedWithCode(1),
+              "src/cpu/tavixColorC@[0-9]+: length > 1 Assertion failed");
+  EXPECT_EXIT(tvxColorYCbCr420PseudoPlanarToRGB888u8V(y, c, 1, 2, 1, 2, out, 3), ::testing::ExitedWithCode(1),
+              "src/cpu/tavixColorC@[0-9]+: length > 1 Assertion failed");
 }
 
 // ---- argument checks -----------------------------------------------------------------------

@@ -334,17 +334,24 @@ TVX_COLOR_TO_YCBCR_V(RGB565)
 TVX_COLOR_TO_YCBCR_V(RGB888)
 TVX_COLOR_TO_YCBCR_V(RGBA8888)
 
+// The subsampled layouts convert pixels in pairs: a one-pixel row ends the process exactly as
+// the reference pair kernel does.
+inline void RequirePairRow(int sampling, uint32_t length) {
+  if (sampling != 444) TVX_REQUIRE("src/cpu/tavixColorC", length > 1);
+}
 #define TVX_COLOR_FROM_YCBCR_V(S, T)                                                                       \
   void tvxColorYCbCr##S##PlanarTo##T##u8V(const uint8_t* srcY, const uint8_t* srcCb, const uint8_t* srcCr,  \
                                           uint32_t srcWidth, uint32_t srcHeight, uint32_t srcYStride,      \
                                           uint32_t srcCbStride, uint32_t srcCrStride, uint8_t* dst,        \
                                           uint32_t dstStride) {                                           \
+    RequirePairRow(S, srcWidth);                                                                           \
     HWY_DYNAMIC_DISPATCH(Planar##S##To##T)(srcY, srcCb, srcCr, srcWidth, srcHeight, srcYStride, srcCbStride, \
                                            srcCrStride, dst, dstStride);                                  \
   }                                                                                                        \
   void tvxColorYCbCr##S##PseudoPlanarTo##T##u8V(const uint8_t* srcY, const uint8_t* srcC, uint32_t srcWidth, \
                                                 uint32_t srcHeight, uint32_t srcYStride, uint32_t srcCStride, \
                                                 uint8_t* dst, uint32_t dstStride) {                       \
+    RequirePairRow(S, srcWidth);                                                                           \
     HWY_DYNAMIC_DISPATCH(PseudoPlanar##S##To##T)(srcY, srcC, srcWidth, srcHeight, srcYStride, srcCStride, dst, \
                                                  dstStride);                                              \
   }

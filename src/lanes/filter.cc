@@ -496,32 +496,30 @@ int32_t ThresholdRange255(const uint8_t* src, uint32_t srcWidth, uint32_t srcHei
   return ThresholdRange(src, srcWidth, srcHeight, srcStride, dst, dstStride, lowThresh, highThresh, 255, 0);
 }
 
-// The histogram is a scalar pass (four sub-histograms break the store-to-load chains on runs
-// of equal pixels); the level search is shared with the reference; the threshold is SIMD.
+// The histogram is a scalar pass with one sub-histogram per byte of an 8-byte load: equal
+// neighbouring pixels (flat areas) then never increment the same counter twice in a row, which
+// would chain the increments through store-to-load forwarding. The level search is shared with
+// the reference; the threshold is SIMD.
 void ThresholdOtsu(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                    uint32_t dstStride, int32_t thresholdType) {
   const uint64_t total = uint64_t(srcWidth) * srcHeight;
   if (total == 0) return;
-  uint32_t sub[4][256] = {};
+  uint32_t sub[8][256] = {};
   for (uint32_t y = 0; y < srcHeight; ++y) {
     const uint8_t* s = Row(src, srcStride, y);
     uint32_t x = 0;
-    for (; x + 8 <= srcWidth; x += 8) {  // one 8-byte load feeds eight counts
+    for (; x + 8 <= srcWidth; x += 8) {
       uint64_t v;
       std::memcpy(&v, s + x, 8);
-      ++sub[0][v & 0xFF];
-      ++sub[1][(v >> 8) & 0xFF];
-      ++sub[2][(v >> 16) & 0xFF];
-      ++sub[3][(v >> 24) & 0xFF];
-      ++sub[0][(v >> 32) & 0xFF];
-      ++sub[1][(v >> 40) & 0xFF];
-      ++sub[2][(v >> 48) & 0xFF];
-      ++sub[3][v >> 56];
+      for (int k = 0; k < 8; ++k) ++sub[k][(v >> (8 * k)) & 0xFF];
     }
     for (; x < srcWidth; ++x) ++sub[0][s[x]];
   }
   uint32_t hist[256];
-  for (int i = 0; i < 256; ++i) hist[i] = sub[0][i] + sub[1][i] + sub[2][i] + sub[3][i];
+  for (int i = 0; i < 256; ++i) {
+    hist[i] = 0;
+    for (int k = 0; k < 8; ++k) hist[i] += sub[k][i];
+  }
   const uint32_t threshold = OtsuLevel(hist, total) + 1;
   if (thresholdType == 1) ThresholdAtLeast(src, srcWidth, srcHeight, srcStride, dst, dstStride, threshold, true);
   else ThresholdAtLeast(src, srcWidth, srcHeight, srcStride, dst, dstStride, threshold < 255 ? threshold : 255, false);

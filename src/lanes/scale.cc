@@ -418,40 +418,6 @@ void ScaleDownNNu8(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, ui
   tvxReleaseScratchBuffer_(columns);
 }
 
-void ScaleDownBLu8(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
-                   uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride) {
-  const hn::ScalableTag<uint8_t> d8;
-  const hn::Repartition<uint16_t, decltype(d8)> d16;
-  const hn::Rebind<uint8_t, decltype(d16)> d8h;  // half a vector of bytes, one per u16 lane
-  const size_t H = hn::Lanes(d16);
-  const size_t blendBytes = ((static_cast<size_t>(srcWidth) + H) * 2 + 63) & ~size_t{63};  // keeps the taps aligned
-  uint8_t* scratch = static_cast<uint8_t*>(
-      tvxGetScratchBufferAligned_(static_cast<uint32_t>(blendBytes + dstWidth * sizeof(tvxscale::LinearTap)), 64));
-  if (!scratch) return tvxScaleDownBLu8C(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride);
-  uint16_t* blend = reinterpret_cast<uint16_t*>(scratch);
-  tvxscale::LinearTap* columns = reinterpret_cast<tvxscale::LinearTap*>(scratch + blendBytes);
-  for (uint32_t x = 0; x < dstWidth; ++x) columns[x] = tvxscale::Linear(x, srcWidth, dstWidth);
-  for (uint32_t y = 0; y < dstHeight; ++y) {
-    const tvxscale::LinearTap ty = tvxscale::Linear(y, srcHeight, dstHeight);
-    const uint8_t* r0 = RowAt(src, srcStride, ty.i0);
-    const uint8_t* r1 = RowAt(src, srcStride, ty.i1);
-    // blend = (256 - w) * r0 + w * r1, at most 65280.
-    const auto w1 = hn::Set(d16, static_cast<uint16_t>(ty.w)), w0 = hn::Set(d16, static_cast<uint16_t>(256 - ty.w));
-    size_t i = 0;
-    for (; i + H <= srcWidth; i += H) {
-      const auto a = hn::PromoteTo(d16, hn::LoadU(d8h, r0 + i)), b = hn::PromoteTo(d16, hn::LoadU(d8h, r1 + i));
-      hn::StoreU(hn::Add(hn::Mul(a, w0), hn::Mul(b, w1)), d16, blend + i);
-    }
-    for (; i < srcWidth; ++i) blend[i] = static_cast<uint16_t>((256 - ty.w) * r0[i] + ty.w * r1[i]);
-    uint8_t* out = RowAt(dst, dstStride, y);
-    for (uint32_t x = 0; x < dstWidth; ++x) {
-      const tvxscale::LinearTap& tx = columns[x];
-      out[x] = static_cast<uint8_t>(((256 - tx.w) * uint32_t{blend[tx.i0]} + tx.w * uint32_t{blend[tx.i1]} + 32768) >> 16);
-    }
-  }
-  tvxReleaseScratchBuffer_(scratch);
-}
-
 }  // namespace HWY_NAMESPACE
 }  // namespace tvx
 HWY_AFTER_NAMESPACE();
@@ -471,7 +437,6 @@ HWY_EXPORT(Upsample2DInterleavedu8);
 HWY_EXPORT(Interleaveu8);
 HWY_EXPORT(Deinterleaveu8);
 HWY_EXPORT(ScaleDownNNu8);
-HWY_EXPORT(ScaleDownBLu8);
 }  // namespace tvx
 
 using namespace tvx;
@@ -528,8 +493,10 @@ void tvxScaleDownNNu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight
                        uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride) {
   HWY_DYNAMIC_DISPATCH(ScaleDownNNu8)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride);
 }
+// The bilinear down-scaler is the general scaler's bilinear path with a replicated border
+// (same centre-aligned taps and rounding), which has the faster SIMD kernel.
 void tvxScaleDownBLu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                        uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride) {
-  HWY_DYNAMIC_DISPATCH(ScaleDownBLu8)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride);
+  tvxScaleu8_v2V(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride, 1, 2, 0);
 }
 #endif  // HWY_ONCE
