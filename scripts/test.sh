@@ -6,6 +6,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 
+# Compiler cache keys relative to the checkout, so a fresh clone reuses earlier builds.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
+
 jobs=${TAVIX_JOBS:-2}
 cmake --preset host-release >/dev/null
 cmake --build --preset host-release -j"$jobs"
