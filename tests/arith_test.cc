@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "frame/frame.h"
+#include "log_capture.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 class Arith : public ::testing::Test {
  protected:

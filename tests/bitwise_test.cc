@@ -10,13 +10,14 @@
 
 #include "frame/frame.h"
 #include "simd_check.h"
+#include "log_capture.h"
 
 namespace {
 
 using tvxtest::Image;
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 class Bitwise : public ::testing::Test {
  protected:

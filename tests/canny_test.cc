@@ -13,11 +13,12 @@
 
 #include "cpu/gradient_rules.h"
 #include "frame/frame.h"
+#include "log_capture.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 constexpr uint8_t kMark = 0xEE;
 

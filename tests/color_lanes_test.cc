@@ -82,14 +82,7 @@ const FromYCbCrPair kFromYCbCr[] = {TVX_PAIRS(444, 1, 1), TVX_PAIRS(422, 2, 1), 
 
 // Random bytes with runs of 0 and 255 so saturated and zero pixels appear in whole vectors.
 void FillMixed(Image& img, uint32_t pixelBytes, std::mt19937& rng) {
-  img.Randomize(rng);
-  for (uint32_t y = 0; y < img.height(); ++y) {
-    for (uint32_t i = 0; i < img.width() * pixelBytes; ++i) {
-      const uint32_t pick = rng() % 8;
-      if (pick == 0) img.row(y)[i] = 0;
-      if (pick == 1) img.row(y)[i] = 255;
-    }
-  }
+  img.RandomizeWithExtremes(rng, pixelBytes, 8);
 }
 
 class ColorLanes : public ::testing::Test {

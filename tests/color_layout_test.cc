@@ -13,6 +13,7 @@
 #include "color_layout_cases.h"
 #include "frame/frame.h"
 #include "simd_check.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -21,8 +22,8 @@ using tvxtest::LayoutCase;
 using tvxtest::LayoutKind;
 using tvxtest::YuvRef;
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 class ColorLayoutTest : public ::testing::Test {
  protected:

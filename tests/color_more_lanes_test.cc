@@ -16,14 +16,7 @@ using tvxtest::Shape;
 
 // Random bytes with runs of 0 and 255 so saturated and zero pixels appear in whole vectors.
 void FillMixed(Image& img, std::mt19937& rng, uint32_t elemBytes = 1) {
-  img.Randomize(rng);
-  const size_t rowBytes = static_cast<size_t>(img.width()) * elemBytes;
-  for (uint32_t y = 0; y < img.height(); ++y)
-    for (size_t i = 0; i < rowBytes; ++i) {
-      const uint32_t pick = rng() % 8;
-      if (pick == 0) img.row(y)[i] = 0;
-      if (pick == 1) img.row(y)[i] = 255;
-    }
+  img.RandomizeWithExtremes(rng, elemBytes, 8);
 }
 
 class ColorMoreLanes : public ::testing::Test {

@@ -11,6 +11,7 @@
 
 #include "frame/frame.h"
 #include "simd_check.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -82,8 +83,8 @@ const Repacking kRepackings[] = {
     {"RGBA8888ToBGRA8888", tvxColorRGBA8888ToBGRA8888u8, RGBA8888, BGRA8888},
 };
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 class ColorTest : public ::testing::Test {
  protected:

@@ -17,16 +17,15 @@ struct TvxSample {
   bool nullFirst;
 };
 #include "samples.inc"
+#include "log_capture.h"
 
 namespace {
 
 constexpr size_t kBufferBytes = 64 * 1024;
 constexpr uint8_t kFill = 0x5A;
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) {
-  g_lines.push_back(std::string(tag) + "|" + message);
-}
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 struct Buffers {
   std::vector<std::vector<uint8_t>> store;

@@ -27,13 +27,7 @@ std::vector<Shape> FilterShapes() {
 
 // Random bytes, with runs of 0 and 255 so sums reach their extremes and ties occur.
 void Fill(Image& img, std::mt19937& rng) {
-  img.Randomize(rng);
-  for (uint32_t y = 0; y < img.height(); ++y)
-    for (uint32_t x = 0; x < img.width(); ++x) {
-      const uint32_t r = rng() % 8;
-      if (r == 0) img.row(y)[x] = 0;
-      if (r == 1) img.row(y)[x] = 255;
-    }
+  img.RandomizeWithExtremes(rng, 1, 8);
 }
 
 // Runs reference and SIMD forms of one call on twin destinations and compares them.

@@ -12,11 +12,12 @@
 #include <vector>
 
 #include "frame/frame.h"
+#include "log_capture.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 // A padded image of T; the padding holds a marker that must survive.
 template <typename T>

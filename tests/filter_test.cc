@@ -13,15 +13,14 @@
 #include <vector>
 
 #include "frame/frame.h"
+#include "log_capture.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
+using tvxtest::AssertLine;
 
-std::string AssertLine(const std::string& name, const std::string& cond) {
-  return "tavix_lib_log|Assertion failed @" + name + ": " + cond + "\n";
-}
 
 // A packed or padded byte image held in a vector; the padding holds a marker.
 struct Img {

@@ -9,11 +9,12 @@
 
 #include "frame/frame.h"
 #include "frame/hw.h"
+#include "log_capture.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 // Fake slot functions that record which tier ran and with which strides.
 struct Call {

@@ -25,13 +25,7 @@ std::vector<Shape> GradientShapes() {
 
 // Random bytes with runs of 0 and 255 so sums reach their extremes.
 void Fill(Image& img, std::mt19937& rng) {
-  img.Randomize(rng);
-  for (uint32_t y = 0; y < img.height(); ++y)
-    for (uint32_t x = 0; x < img.width(); ++x) {
-      const uint32_t r = rng() % 8;
-      if (r == 0) img.row(y)[x] = 0;
-      if (r == 1) img.row(y)[x] = 255;
-    }
+  img.RandomizeWithExtremes(rng, 1, 8);
 }
 
 // Outputs of one call: twin images for the reference and the SIMD run, pre-filled alike.

@@ -10,6 +10,7 @@
 
 #include "frame/frame.h"
 #include "simd_check.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -174,8 +175,8 @@ TEST_F(LayoutLanes, FlipsMatchReferenceOutOfPlaceAndInPlace) {
   });
 }
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 TEST_F(LayoutLanes, InPlaceFlipWithDifferentStridesLogsAndWritesNothing) {
   tvxtest::ForEachTarget([&] {

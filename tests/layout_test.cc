@@ -10,14 +10,15 @@
 
 #include "frame/frame.h"
 #include "simd_check.h"
+#include "log_capture.h"
 
 namespace {
 
 using tvxtest::Image;
 using Bytes = std::vector<uint8_t>;
 
-std::vector<std::string> g_lines;
-void Capture(int, const char* tag, const char* message) { g_lines.push_back(std::string(tag) + "|" + message); }
+using tvxtest::Capture;
+using tvxtest::g_lines;
 
 class Layout : public ::testing::Test {
  protected:

@@ -26,12 +26,7 @@ class ScaleGeneralLanes : public ::testing::Test {
  protected:
   Image Source(const Shape& s, uint32_t ch) {
     Image src(s.width, s.height, ch, s.pad, s.misalign);
-    src.Randomize(rng_);
-    for (uint32_t y = 0; y < s.height; ++y)
-      for (uint32_t i = 0; i < s.width * ch; ++i) {
-        const uint32_t r = rng_() % 4;
-        if (r < 2) src.row(y)[i] = r ? 255 : 0;
-      }
+    src.RandomizeWithExtremes(rng_, ch, 4);
     return src;
   }
   std::mt19937 rng_{909};

@@ -62,6 +62,17 @@ class Image {
     for (uint32_t y = 0; y < height_; ++y)
       for (size_t i = 0; i < rowBytes_; ++i) row(y)[i] = static_cast<uint8_t>(rng());
   }
+  // Random bytes where, over the first width * bytesPerPixel bytes of each row, about one byte
+  // in `oneIn` is 0 and as many are 255: saturated and zero values then fill whole vectors.
+  void RandomizeWithExtremes(std::mt19937& rng, uint32_t bytesPerPixel, uint32_t oneIn) {
+    Randomize(rng);
+    for (uint32_t y = 0; y < height_; ++y)
+      for (size_t i = 0; i < size_t{width_} * bytesPerPixel; ++i) {
+        const uint32_t r = rng() % oneIn;
+        if (r == 0) row(y)[i] = 0;
+        if (r == 1) row(y)[i] = 255;
+      }
+  }
   // Random elements of type T drawn from [lo, hi] inside the rectangle.
   template <typename T, typename D>
   void RandomizeAs(std::mt19937& rng, D dist) {
