@@ -65,3 +65,5 @@ int32_t tvxChannelCombine4Planesu8C(const uint8_t* src1, uint32_t srcWidth, uint
   Interleave(planes, strides, 4, srcWidth, srcHeight, dst, dstStride);
   return 0;
 }
+
+TVX_EXTRACT_HELPERS(C, tvxChannelExtractu8C)

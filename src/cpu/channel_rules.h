@@ -41,3 +41,25 @@ inline Walk WalkOf(uint32_t format, uint32_t channel, uint32_t width, uint32_t h
 }
 
 }  // namespace tvx::channel
+
+// The channel-extract helpers (one per source format) as calls of
+// EXTRACT(src, width, height, srcStride, srcChroma, srcChromaStride, dst, dstStride, format, channel).
+#define TVX_EXTRACT_HELPER_PACKED(SUFFIX, EXTRACT, NAME, FORMAT)                                          \
+  void itvxChannelExtractFrom##NAME##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height,         \
+                                            uint32_t srcStride, uint8_t* dst, uint32_t dstStride,        \
+                                            uint32_t channel) {                                          \
+    EXTRACT(src, width, height, srcStride, nullptr, 0, dst, dstStride, FORMAT, channel);                 \
+  }
+#define TVX_EXTRACT_HELPER_SEMI_PLANAR(SUFFIX, EXTRACT, NAME, FORMAT)                                     \
+  void itvxChannelExtractFrom##NAME##SUFFIX(const uint8_t* srcY, const uint8_t* srcC, uint32_t width,    \
+                                            uint32_t height, uint32_t srcYStride, uint32_t srcCStride,   \
+                                            uint8_t* dst, uint32_t dstStride, uint32_t channel) {        \
+    EXTRACT(srcY, width, height, srcYStride, srcC, srcCStride, dst, dstStride, FORMAT, channel);         \
+  }
+#define TVX_EXTRACT_HELPERS(SUFFIX, EXTRACT)                 \
+  TVX_EXTRACT_HELPER_PACKED(SUFFIX, EXTRACT, RGB, 0)         \
+  TVX_EXTRACT_HELPER_PACKED(SUFFIX, EXTRACT, RGBA, 1)        \
+  TVX_EXTRACT_HELPER_SEMI_PLANAR(SUFFIX, EXTRACT, NV12, 2)   \
+  TVX_EXTRACT_HELPER_SEMI_PLANAR(SUFFIX, EXTRACT, NV21, 3)   \
+  TVX_EXTRACT_HELPER_PACKED(SUFFIX, EXTRACT, UYVY, 4)        \
+  TVX_EXTRACT_HELPER_PACKED(SUFFIX, EXTRACT, YUYV, 5)

@@ -88,3 +88,36 @@ constexpr uint32_t SourceSample(uint32_t i, uint32_t dstStep, uint32_t srcStep) 
   X(420, Planar, 422, PseudoPlanar) X(420, Planar, 420, PseudoPlanar) \
   X(420, PseudoPlanar, 444, Planar) X(420, PseudoPlanar, 444, PseudoPlanar) X(420, PseudoPlanar, 422, Planar) \
   X(420, PseudoPlanar, 422, PseudoPlanar) X(420, PseudoPlanar, 420, Planar)
+
+// The horizontal chroma resampling helpers as calls of KERNEL(from, src, to, dst, width, height),
+// which resamples the chroma rows of a layout change and leaves luma alone.
+#define TVX_RESAMPLE_HELPERS(SUFFIX, KERNEL)                                                                      \
+  void downsample_horizontal_i##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride,   \
+                                       uint8_t* dst, uint32_t dstStride) {                                       \
+    KERNEL(TVX_LAYOUT_OF(444, PseudoPlanar), {nullptr, src, nullptr, 0, srcStride, 0},                           \
+           TVX_LAYOUT_OF(422, PseudoPlanar), {nullptr, dst, nullptr, 0, dstStride, 0}, width, height);          \
+  }                                                                                                              \
+  void downsample_and_interleave_horizontal##SUFFIX(const uint8_t* srcCb, const uint8_t* srcCr, uint32_t width,  \
+                                                    uint32_t height, uint32_t srcCbStride, uint32_t srcCrStride, \
+                                                    uint8_t* dst, uint32_t dstStride) {                          \
+    KERNEL(TVX_LAYOUT_OF(444, Planar), {nullptr, srcCb, srcCr, 0, srcCbStride, srcCrStride},                     \
+           TVX_LAYOUT_OF(422, PseudoPlanar), {nullptr, dst, nullptr, 0, dstStride, 0}, width, height);          \
+  }                                                                                                              \
+  void upsample_and_interleave_horizontal##SUFFIX(const uint8_t* srcCb, const uint8_t* srcCr, uint32_t width,    \
+                                                  uint32_t height, uint32_t srcCbStride, uint32_t srcCrStride,   \
+                                                  uint8_t* dst, uint32_t dstStride) {                            \
+    KERNEL(TVX_LAYOUT_OF(422, Planar), {nullptr, srcCb, srcCr, 0, srcCbStride, srcCrStride},                     \
+           TVX_LAYOUT_OF(444, PseudoPlanar), {nullptr, dst, nullptr, 0, dstStride, 0}, width, height);          \
+  }                                                                                                              \
+  void downsample_and_deinterleave_horizontal##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height,       \
+                                                      uint32_t srcStride, uint8_t* dstCb, uint8_t* dstCr,        \
+                                                      uint32_t dstCbStride, uint32_t dstCrStride) {              \
+    KERNEL(TVX_LAYOUT_OF(444, PseudoPlanar), {nullptr, src, nullptr, 0, srcStride, 0},                           \
+           TVX_LAYOUT_OF(422, Planar), {nullptr, dstCb, dstCr, 0, dstCbStride, dstCrStride}, width, height);    \
+  }                                                                                                              \
+  void upsample_and_deinterleave_horizontal##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height,         \
+                                                    uint32_t srcStride, uint8_t* dstCb, uint8_t* dstCr,          \
+                                                    uint32_t dstCbStride, uint32_t dstCrStride) {                \
+    KERNEL(TVX_LAYOUT_OF(422, PseudoPlanar), {nullptr, src, nullptr, 0, srcStride, 0},                           \
+           TVX_LAYOUT_OF(444, Planar), {nullptr, dstCb, dstCr, 0, dstCbStride, dstCrStride}, width, height);    \
+  }

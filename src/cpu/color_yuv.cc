@@ -143,3 +143,32 @@ void YCbCrToRgb(const uint8_t* srcY, uint32_t width, uint32_t height, uint32_t y
 TVX_COLOR_FROM_YCBCR_ALL_C(444)
 TVX_COLOR_FROM_YCBCR_ALL_C(422)
 TVX_COLOR_FROM_YCBCR_ALL_C(420)
+
+// ---- luma only (internal helpers) ------------------------------------------------------------
+
+namespace {
+
+template <Fmt F>
+void RgbToLuma(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+               uint32_t dstStride) {
+  for (uint32_t y = 0; y < height; ++y) {
+    const uint8_t* s = RowAt(src, srcStride, y);
+    uint8_t* luma = RowAt(dstY, dstStride, y);
+    for (uint32_t x = 0; x < width; ++x) luma[x] = LumaOf(ReadPixel<F>(s + x * BytesPerPixel(F)));
+  }
+}
+
+}  // namespace
+
+void rgb5652yC(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+               uint32_t dstStride) {
+  RgbToLuma<Fmt::kRGB565>(src, width, height, srcStride, dstY, dstStride);
+}
+void rgb8882yC(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+               uint32_t dstStride) {
+  RgbToLuma<Fmt::kRGB888>(src, width, height, srcStride, dstY, dstStride);
+}
+void rgba88882yC(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+                 uint32_t dstStride) {
+  RgbToLuma<Fmt::kRGBA8888>(src, width, height, srcStride, dstY, dstStride);
+}

@@ -174,17 +174,33 @@ void tvxUpsample2DInterleavedu8C(const uint8_t* src, uint32_t srcWidth, uint32_t
 
 // ---- two planes and their interleaving ----------------------------------------------------------
 
-void tvxInterleaveu8C(const uint8_t* src0, const uint8_t* src1, uint32_t imageWidth, uint32_t imageHeight,
-                      uint32_t src0Stride, uint32_t src1Stride, uint8_t* dst, uint32_t dstStride) {
-  for (uint32_t y = 0; y < imageHeight; ++y) {
-    const uint8_t* a = Row(src0, src0Stride, y);
-    const uint8_t* b = Row(src1, src1Stride, y);
-    uint8_t* out = Row(dst, dstStride, y);
-    for (uint32_t x = 0; x < imageWidth; ++x) {
+namespace {
+
+// Strides in bytes whatever the sample type.
+template <typename T>
+void InterleaveRows(const T* src0, const T* src1, uint32_t width, uint32_t height, uint32_t src0Stride,
+                    uint32_t src1Stride, T* dst, uint32_t dstStride) {
+  for (uint32_t y = 0; y < height; ++y) {
+    const T* a = reinterpret_cast<const T*>(reinterpret_cast<const uint8_t*>(src0) + size_t{src0Stride} * y);
+    const T* b = reinterpret_cast<const T*>(reinterpret_cast<const uint8_t*>(src1) + size_t{src1Stride} * y);
+    T* out = reinterpret_cast<T*>(reinterpret_cast<uint8_t*>(dst) + size_t{dstStride} * y);
+    for (uint32_t x = 0; x < width; ++x) {
       out[2 * x] = a[x];
       out[2 * x + 1] = b[x];
     }
   }
+}
+
+}  // namespace
+
+void tvxInterleaveu8C(const uint8_t* src0, const uint8_t* src1, uint32_t imageWidth, uint32_t imageHeight,
+                      uint32_t src0Stride, uint32_t src1Stride, uint8_t* dst, uint32_t dstStride) {
+  InterleaveRows(src0, src1, imageWidth, imageHeight, src0Stride, src1Stride, dst, dstStride);
+}
+
+void interleaves16C(const int16_t* src0, const int16_t* src1, uint32_t imageWidth, uint32_t imageHeight,
+                    uint32_t src0Stride, uint32_t src1Stride, int16_t* dst, uint32_t dstStride) {
+  InterleaveRows(src0, src1, imageWidth, imageHeight, src0Stride, src1Stride, dst, dstStride);
 }
 
 void tvxDeinterleaveu8C(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst0,

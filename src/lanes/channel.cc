@@ -144,4 +144,6 @@ int32_t tvxChannelCombine4Planesu8V(const uint8_t* src1, uint32_t srcWidth, uint
   HWY_DYNAMIC_DISPATCH(Combine4)(planes, strides, srcWidth, srcHeight, dst, dstStride);
   return 0;
 }
+
+TVX_EXTRACT_HELPERS(V, tvxChannelExtractu8V)
 #endif  // HWY_ONCE

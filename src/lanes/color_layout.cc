@@ -111,14 +111,17 @@ ChromaRowFn PickRow(bool srcPlanar, bool dstPlanar) {
   return dstPlanar ? ChromaRow<false, true, kRatio> : ChromaRow<false, false, kRatio>;
 }
 
+ChromaRowFn RowFor(const ChromaLayout& from, const ChromaLayout& to) {
+  const uint32_t fromX = color::StepX(from.sampling), toX = color::StepX(to.sampling);
+  if (fromX == toX) return PickRow<kSame>(from.planar, to.planar);
+  return fromX < toX ? PickRow<kHalf>(from.planar, to.planar) : PickRow<kDouble>(from.planar, to.planar);
+}
+
 void ChangeLayout(const ChromaLayout& from, const YCbCrIn& src, const ChromaLayout& to, const YCbCrOut& dst,
                   uint32_t width, uint32_t height) {
   for (uint32_t y = 0; y < height; ++y)
     std::memcpy(color::RowAt(dst.y, dst.yStride, y), color::RowAt(src.y, src.yStride, y), width);
-  const uint32_t fromX = color::StepX(from.sampling), toX = color::StepX(to.sampling);
-  const ChromaRowFn row = fromX == toX ? PickRow<kSame>(from.planar, to.planar)
-                          : fromX < toX ? PickRow<kHalf>(from.planar, to.planar)
-                                        : PickRow<kDouble>(from.planar, to.planar);
+  const ChromaRowFn row = RowFor(from, to);
   const uint32_t srcCount = color::ChromaWidth(from.sampling, width);
   const uint32_t dstCount = color::ChromaWidth(to.sampling, width);
   for (uint32_t cy = 0; cy < color::ChromaHeight(to.sampling, height); ++cy) {
@@ -126,6 +129,38 @@ void ChangeLayout(const ChromaLayout& from, const YCbCrIn& src, const ChromaLayo
     row(color::RowAt(src.cb, src.cbStride, sy), from.planar ? color::RowAt(src.cr, src.crStride, sy) : nullptr,
         srcCount, color::RowAt(dst.cb, dst.cbStride, cy), to.planar ? color::RowAt(dst.cr, dst.crStride, cy) : nullptr,
         dstCount);
+  }
+}
+
+// The horizontal chroma resampling helpers: the chroma rows of a layout change, no luma and no
+// vertical resampling; width is the full-resolution sample count.
+void ResampleChroma(const ChromaLayout& from, const YCbCrIn& src, const ChromaLayout& to, const YCbCrOut& dst,
+                    uint32_t width, uint32_t height) {
+  const ChromaRowFn row = RowFor(from, to);
+  const uint32_t srcCount = color::ChromaWidth(from.sampling, width);
+  const uint32_t dstCount = color::ChromaWidth(to.sampling, width);
+  for (uint32_t y = 0; y < height; ++y)
+    row(color::RowAt(src.cb, src.cbStride, y), from.planar ? color::RowAt(src.cr, src.crStride, y) : nullptr,
+        srcCount, color::RowAt(dst.cb, dst.cbStride, y), to.planar ? color::RowAt(dst.cr, dst.crStride, y) : nullptr,
+        dstCount);
+}
+
+// One plane to half width, keeping the even samples.
+void EvenSamples(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dst,
+                 uint32_t dstStride) {
+  const hn::ScalableTag<uint8_t> d8;
+  const size_t N = hn::Lanes(d8);
+  const size_t count = (width + 1) / 2;
+  for (uint32_t y = 0; y < height; ++y) {
+    const uint8_t* s = color::RowAt(src, srcStride, y);
+    uint8_t* d = color::RowAt(dst, dstStride, y);
+    size_t x = 0;
+    for (; 2 * (x + N) <= width; x += N) {
+      hn::Vec<decltype(d8)> even, odd;
+      hn::LoadInterleaved2(d8, s + 2 * x, even, odd);
+      hn::StoreU(even, d8, d + x);
+    }
+    for (; x < count; ++x) d[x] = s[2 * x];
   }
 }
 
@@ -160,6 +195,8 @@ HWY_AFTER_NAMESPACE();
 namespace tvx {
 HWY_EXPORT(ChangeLayout);
 HWY_EXPORT(SwapPairs);
+HWY_EXPORT(ResampleChroma);
+HWY_EXPORT(EvenSamples);
 }  // namespace tvx
 
 // A single-target build (ARMv7 NEON) expands the dispatch to N_NEON::Kernel, which only
@@ -174,4 +211,10 @@ void tvxColorCbCrSwapu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeig
                          uint32_t dstStride) {
   HWY_DYNAMIC_DISPATCH(SwapPairs)(src, srcWidth, srcHeight, srcStride, dst, dstStride);
 }
+
+void downsample_horizontalV(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dst,
+                            uint32_t dstStride) {
+  HWY_DYNAMIC_DISPATCH(EvenSamples)(src, width, height, srcStride, dst, dstStride);
+}
+TVX_RESAMPLE_HELPERS(V, HWY_DYNAMIC_DISPATCH(ResampleChroma))
 #endif  // HWY_ONCE

@@ -149,6 +149,24 @@ TVX_COLOR_TO_YCBCR_KERNELS(RGB888)
 TVX_COLOR_TO_YCBCR_KERNELS(RGBA8888)
 #undef TVX_COLOR_TO_YCBCR_KERNELS
 
+// Luma only, for the internal helpers.
+template <Fmt F>
+void RgbToLuma(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+               uint32_t dstStride) {
+  for (uint32_t y = 0; y < height; ++y)
+    RgbRowToYCbCr<F, Sampling::k444, true, false>(color::RowAt(src, srcStride, y), width,
+                                                  color::RowAt(dstY, dstStride, y), nullptr, nullptr);
+}
+void RGB565ToLuma(const uint8_t* s, uint32_t w, uint32_t h, uint32_t ss, uint8_t* y, uint32_t ys) {
+  RgbToLuma<Fmt::kRGB565>(s, w, h, ss, y, ys);
+}
+void RGB888ToLuma(const uint8_t* s, uint32_t w, uint32_t h, uint32_t ss, uint8_t* y, uint32_t ys) {
+  RgbToLuma<Fmt::kRGB888>(s, w, h, ss, y, ys);
+}
+void RGBA8888ToLuma(const uint8_t* s, uint32_t w, uint32_t h, uint32_t ss, uint8_t* y, uint32_t ys) {
+  RgbToLuma<Fmt::kRGBA8888>(s, w, h, ss, y, ys);
+}
+
 // ---- YCbCr to RGB --------------------------------------------------------------------------
 
 // Per chroma sample, the offsets that the inverse matrix adds to luma, exact in 16-bit lanes:
@@ -291,6 +309,9 @@ TVX_COLOR_EXPORT_YCBCR(RGB565)
 TVX_COLOR_EXPORT_YCBCR(RGB888)
 TVX_COLOR_EXPORT_YCBCR(RGBA8888)
 #undef TVX_COLOR_EXPORT_YCBCR
+HWY_EXPORT(RGB565ToLuma);
+HWY_EXPORT(RGB888ToLuma);
+HWY_EXPORT(RGBA8888ToLuma);
 #define TVX_COLOR_EXPORT_RGB(S)     \
   HWY_EXPORT(Planar##S##ToRGB565);       \
   HWY_EXPORT(Planar##S##ToRGB888);       \
@@ -333,6 +354,19 @@ using namespace tvx;
 TVX_COLOR_TO_YCBCR_V(RGB565)
 TVX_COLOR_TO_YCBCR_V(RGB888)
 TVX_COLOR_TO_YCBCR_V(RGBA8888)
+
+void rgb5652yV(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+               uint32_t dstStride) {
+  HWY_DYNAMIC_DISPATCH(RGB565ToLuma)(src, width, height, srcStride, dstY, dstStride);
+}
+void rgb8882yV(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+               uint32_t dstStride) {
+  HWY_DYNAMIC_DISPATCH(RGB888ToLuma)(src, width, height, srcStride, dstY, dstStride);
+}
+void rgba88882yV(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dstY,
+                 uint32_t dstStride) {
+  HWY_DYNAMIC_DISPATCH(RGBA8888ToLuma)(src, width, height, srcStride, dstY, dstStride);
+}
 
 // The subsampled layouts convert pixels in pairs: a one-pixel row ends the process exactly as
 // the reference pair kernel does.

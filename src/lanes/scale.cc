@@ -353,21 +353,33 @@ void Upsample2DInterleavedu8(const uint8_t* src, uint32_t srcWidth, uint32_t src
 
 // ---- interleaving ------------------------------------------------------------------------------
 
-void Interleaveu8(const uint8_t* src0, const uint8_t* src1, uint32_t imageWidth, uint32_t imageHeight,
-                  uint32_t src0Stride, uint32_t src1Stride, uint8_t* dst, uint32_t dstStride) {
-  const hn::ScalableTag<uint8_t> d8;
-  const size_t N = hn::Lanes(d8);
-  for (uint32_t y = 0; y < imageHeight; ++y) {
-    const uint8_t* a = RowAt(src0, src0Stride, y);
-    const uint8_t* b = RowAt(src1, src1Stride, y);
-    uint8_t* out = RowAt(dst, dstStride, y);
+// Strides in bytes whatever the sample type.
+template <typename T>
+void InterleaveRows(const T* src0, const T* src1, uint32_t width, uint32_t height, uint32_t src0Stride,
+                    uint32_t src1Stride, T* dst, uint32_t dstStride) {
+  const hn::ScalableTag<T> d;
+  const size_t N = hn::Lanes(d);
+  for (uint32_t y = 0; y < height; ++y) {
+    const T* a = reinterpret_cast<const T*>(reinterpret_cast<const uint8_t*>(src0) + size_t{src0Stride} * y);
+    const T* b = reinterpret_cast<const T*>(reinterpret_cast<const uint8_t*>(src1) + size_t{src1Stride} * y);
+    T* out = reinterpret_cast<T*>(reinterpret_cast<uint8_t*>(dst) + size_t{dstStride} * y);
     size_t x = 0;
-    for (; x + N <= imageWidth; x += N) hn::StoreInterleaved2(hn::LoadU(d8, a + x), hn::LoadU(d8, b + x), d8, out + 2 * x);
-    for (; x < imageWidth; ++x) {
+    for (; x + N <= width; x += N) hn::StoreInterleaved2(hn::LoadU(d, a + x), hn::LoadU(d, b + x), d, out + 2 * x);
+    for (; x < width; ++x) {
       out[2 * x] = a[x];
       out[2 * x + 1] = b[x];
     }
   }
+}
+
+void Interleaveu8(const uint8_t* src0, const uint8_t* src1, uint32_t imageWidth, uint32_t imageHeight,
+                  uint32_t src0Stride, uint32_t src1Stride, uint8_t* dst, uint32_t dstStride) {
+  InterleaveRows(src0, src1, imageWidth, imageHeight, src0Stride, src1Stride, dst, dstStride);
+}
+
+void Interleaves16(const int16_t* src0, const int16_t* src1, uint32_t imageWidth, uint32_t imageHeight,
+                   uint32_t src0Stride, uint32_t src1Stride, int16_t* dst, uint32_t dstStride) {
+  InterleaveRows(src0, src1, imageWidth, imageHeight, src0Stride, src1Stride, dst, dstStride);
 }
 
 void Deinterleaveu8(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst0,
@@ -435,6 +447,7 @@ HWY_EXPORT(UpsampleHorizontalInterleavedu8);
 HWY_EXPORT(UpsampleVerticalInterleavedu8);
 HWY_EXPORT(Upsample2DInterleavedu8);
 HWY_EXPORT(Interleaveu8);
+HWY_EXPORT(Interleaves16);
 HWY_EXPORT(Deinterleaveu8);
 HWY_EXPORT(ScaleDownNNu8);
 }  // namespace tvx
@@ -484,6 +497,10 @@ void tvxUpsample2DInterleavedu8V(const uint8_t* src, uint32_t srcWidth, uint32_t
 void tvxInterleaveu8V(const uint8_t* src0, const uint8_t* src1, uint32_t imageWidth, uint32_t imageHeight,
                       uint32_t src0Stride, uint32_t src1Stride, uint8_t* dst, uint32_t dstStride) {
   HWY_DYNAMIC_DISPATCH(Interleaveu8)(src0, src1, imageWidth, imageHeight, src0Stride, src1Stride, dst, dstStride);
+}
+void interleaves16V(const int16_t* src0, const int16_t* src1, uint32_t imageWidth, uint32_t imageHeight,
+                    uint32_t src0Stride, uint32_t src1Stride, int16_t* dst, uint32_t dstStride) {
+  HWY_DYNAMIC_DISPATCH(Interleaves16)(src0, src1, imageWidth, imageHeight, src0Stride, src1Stride, dst, dstStride);
 }
 void tvxDeinterleaveu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst0,
                         uint32_t dst0Stride, uint8_t* dst1, uint32_t dst1Stride) {
