@@ -164,6 +164,7 @@ class Helper:
             self.ret, self.params, self.simd = op.ret, op.params, op.simd
             self.base = self.kernel
             self.own = False
+            self.doc = self.doc or f"the variants of `{self.kernel}`, with its parameters and behaviour"
         else:
             self.ret = d.get("ret", "void")
             self.params = [Param(p) for p in d["params"]]
