@@ -7,6 +7,7 @@
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "cpu/color_rules.h"
@@ -20,6 +21,52 @@ namespace HWY_NAMESPACE {
 
 using color::Fmt;
 
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+// x86 has no native 3-byte de-interleave, so the 4-byte <-> 3-byte repackings move whole
+// pixels instead: a byte shuffle inside each 128-bit block drops (or opens) the alpha byte,
+// swapping bytes 0 and 2 where the formats differ, and a 32-bit lane permutation closes (or
+// opens) the gaps between blocks. A store writes a full vector of which only the valid part
+// counts: the loops stop while a whole vector still fits in the row, and the next store or
+// the per-pixel tail rewrites the rest. Both return the first pixel left to the tail.
+template <bool kSwap, class D8>
+size_t DropAlpha(D8 d8, const uint8_t* s, uint8_t* d, size_t width) {
+  const hn::Repartition<uint32_t, D8> d32;
+  const size_t N = hn::Lanes(d8), lanes32 = hn::Lanes(d32);
+  alignas(16) static constexpr uint8_t kKeep[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15};
+  alignas(16) static constexpr uint8_t kKeepSwapped[16] = {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, 15, 15, 15, 15};
+  const auto keep = hn::LoadDup128(d8, kSwap ? kKeepSwapped : kKeep);
+  int32_t idx[HWY_MAX_BYTES / 4];
+  for (size_t i = 0; i < lanes32; ++i) idx[i] = static_cast<int32_t>(i < lanes32 / 4 * 3 ? i / 3 * 4 + i % 3 : i);
+  const auto closeGaps = hn::SetTableIndices(d32, idx);
+  size_t x = 0;
+  for (; 3 * x + N <= 3 * width; x += N / 4) {
+    const auto packed = hn::TableLookupBytes(hn::LoadU(d8, s + 4 * x), keep);
+    hn::StoreU(hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(d32, packed), closeGaps)), d8, d + 3 * x);
+  }
+  return x;
+}
+
+template <bool kSwap, class D8>
+size_t AddAlpha(D8 d8, const uint8_t* s, uint8_t* d, size_t width) {
+  const hn::Repartition<uint32_t, D8> d32;
+  const size_t N = hn::Lanes(d8), lanes32 = hn::Lanes(d32);
+  alignas(16) static constexpr uint8_t kOpen[16] = {0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80};
+  alignas(16) static constexpr uint8_t kOpenSwapped[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80,
+                                                           8, 7, 6, 0x80, 11, 10, 9, 0x80};
+  const auto open = hn::LoadDup128(d8, kSwap ? kOpenSwapped : kOpen);
+  int32_t idx[HWY_MAX_BYTES / 4];
+  for (size_t i = 0; i < lanes32; ++i) idx[i] = static_cast<int32_t>(i / 4 * 3 + std::min<size_t>(i % 4, 2));
+  const auto openGaps = hn::SetTableIndices(d32, idx);
+  const auto alpha = hn::BitCast(d8, hn::Set(d32, 0xFF000000u));
+  size_t x = 0;
+  for (; 3 * x + N <= 3 * width; x += N / 4) {
+    const auto spread = hn::TableLookupLanes(hn::BitCast(d32, hn::LoadU(d8, s + 3 * x)), openGaps);
+    hn::StoreU(hn::Or(hn::TableLookupBytesOr0(hn::BitCast(d8, spread), open), alpha), d8, d + 4 * x);
+  }
+  return x;
+}
+#endif
+
 template <Fmt From, Fmt To>
 void Repack(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, uint8_t* dst,
             uint32_t dstStride) {
@@ -30,6 +77,11 @@ void Repack(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStr
     const uint8_t* s = color::RowAt(src, srcStride, y);
     uint8_t* d = color::RowAt(dst, dstStride, y);
     size_t x = 0;
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+    constexpr bool kSwap = color::SwapsBytes0And2(From) != color::SwapsBytes0And2(To);
+    if constexpr (kIn == 4 && kOut == 3) x = DropAlpha<kSwap>(d8, s, d, width);
+    if constexpr (kIn == 3 && kOut == 4) x = AddAlpha<kSwap>(d8, s, d, width);
+#endif
     for (; x + N <= width; x += N) StorePixels<To>(d8, LoadPixels<From>(d8, s + x * kIn), d + x * kOut);
     for (; x < width; ++x) color::WritePixel<To>(d + x * kOut, color::ReadPixel<From>(s + x * kIn));
   }
