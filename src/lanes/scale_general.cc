@@ -106,7 +106,8 @@ void BilinearScale(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, ui
 
   // Column x reads blend[i0 + 1] and blend[i0 + 2]: blend[0] and blend[srcWidth + 1] are the
   // columns outside the image.
-  std::vector<uint16_t> blend(srcWidth + 2);
+  // The padding past blend[srcWidth + 1] keeps the window loads below inside the buffer.
+  std::vector<uint16_t> blend(srcWidth + 2 + 2 * Q + 2);
   std::vector<int32_t> offsets(dstWidth);
   std::vector<uint32_t> wx(dstWidth);
   for (uint32_t x = 0; x < dstWidth; ++x) {
@@ -114,13 +115,28 @@ void BilinearScale(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, ui
     offsets[x] = (t.i0 + 1) * 2;
     wx[x] = t.w;
   }
+  // Gathers are slow (and emulated on Arm), so a vector of Q outputs whose tap pairs start
+  // within 2Q columns of an even column `start` reads them with two window loads instead: the
+  // pairs starting at even columns (start, start + 2, ...) and at odd ones (start + 1, ...),
+  // each permuted by lane. windowStart is -1 where the taps spread wider (strong reductions).
+  std::vector<int32_t> windowStart(dstWidth / Q), windowLane(dstWidth);
+  std::vector<uint32_t> oddColumn(dstWidth);
+  for (size_t v = 0; v < windowStart.size(); ++v) {
+    const int32_t start = offsets[v * Q] / 2 & ~1;
+    windowStart[v] = (offsets[v * Q + Q - 1] / 2 - start) >> 1 < static_cast<int32_t>(Q) ? start : -1;
+    for (size_t x = v * Q; x < v * Q + Q; ++x) {
+      windowLane[x] = (offsets[x] / 2 - start) >> 1;
+      oddColumn[x] = offsets[x] / 2 % 2 ? ~0u : 0u;
+    }
+  }
   const std::vector<uint8_t> borderRow(replicate ? 0 : srcWidth, borderValue);
   const auto rowAt = [&](int64_t y) {
     if (y >= 0 && y < srcHeight) return GeneralRow(src, srcStride, y);
     return replicate ? GeneralRow(src, srcStride, tvxsg::Clamp(y, srcHeight)) : borderRow.data();
   };
   const uint32_t* pairs = reinterpret_cast<const uint32_t*>(blend.data());
-  const auto w256 = hn::Set(d32, 256), half = hn::Set(d32, 32768), low = hn::Set(d32, 0xFFFF);
+  const auto half = hn::Set(di32, 32768);
+  const auto low = hn::Set(d32, 0xFFFF);
 
   for (uint32_t y = 0; y < dstHeight; ++y) {
     const tvxsg::EdgeTap ty = tvxsg::LinearAt(y, srcHeight, dstHeight);
@@ -140,10 +156,22 @@ void BilinearScale(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, ui
     uint8_t* out = GeneralRow(dst, dstStride, y);
     size_t x = 0;
     for (; x + Q <= dstWidth; x += Q) {
-      const auto g = hn::GatherOffset(d32, pairs, hn::LoadU(di32, offsets.data() + x));
+      hn::Vec<decltype(d32)> g;
+      const int32_t start = windowStart[x / Q];
+      if (start >= 0) {
+        const auto lane = hn::IndicesFromVec(d32, hn::LoadU(di32, windowLane.data() + x));
+        const auto even = hn::LoadU(d32, pairs + start / 2);
+        const auto odd = hn::BitCast(d32, hn::LoadU(d16, blend.data() + start + 1));
+        g = hn::IfThenElse(hn::MaskFromVec(hn::LoadU(d32, oddColumn.data() + x)), hn::TableLookupLanes(odd, lane),
+                           hn::TableLookupLanes(even, lane));
+      } else {
+        g = hn::GatherOffset(d32, pairs, hn::LoadU(di32, offsets.data() + x));
+      }
       const auto w = hn::LoadU(d32, wx.data() + x);
-      const auto sum = hn::Add(hn::Add(hn::Mul(hn::Sub(w256, w), hn::And(g, low)), hn::Mul(w, hn::ShiftRight<16>(g))), half);
-      hn::StoreU(hn::DemoteTo(dq, hn::BitCast(di32, hn::ShiftRight<16>(sum))), dq, out + x);
+      // (256 - w) * c0 + w * c1 == 256 * c0 + w * (c1 - c0): one multiplication, never negative.
+      const auto c0 = hn::BitCast(di32, hn::And(g, low)), c1 = hn::BitCast(di32, hn::ShiftRight<16>(g));
+      const auto sum = hn::Add(hn::Add(hn::ShiftLeft<8>(c0), hn::Mul(hn::BitCast(di32, w), hn::Sub(c1, c0))), half);
+      hn::StoreU(hn::DemoteTo(dq, hn::ShiftRight<16>(sum)), dq, out + x);
     }
     for (; x < dstWidth; ++x) {
       const uint16_t* t = blend.data() + offsets[x] / 2;
