@@ -501,6 +501,11 @@ def gen_exports(ops, frame):
     return "\n".join(sorted(names)) + "\n"
 
 
+def api_heading(title, doc, declaration):
+    """An entry's heading, its doc line and its C declaration on the API page."""
+    return [f"### {title}", ""] + ([doc, ""] if doc else []) + ["```c", declaration, "```", ""]
+
+
 def gen_api_md(rows, ops, helpers):
     tier = lambda op: "CPU, LANES" if op.simd else "CPU"
     style = {"assert": "assertion: logs the condition and returns", "status": "status: 3 on a bad argument",
@@ -513,14 +518,7 @@ def gen_api_md(rows, ops, helpers):
     for fam in sorted({op.family for op in ops}):
         out += [f"## {fam}", ""]
         for op in sorted((o for o in ops if o.family == fam), key=lambda o: o.name.lower()):
-            out.append(f"### `{op.name}` (row {op.row})")
-            out.append("")
-            if op.doc:
-                out += [op.doc, ""]
-            out.append("```c")
-            out.append(f"{op.ret} {op.name}({op.decl_params()});")
-            out.append("```")
-            out.append("")
+            out += api_heading(f"`{op.name}` (row {op.row})", op.doc, f"{op.ret} {op.name}({op.decl_params()});")
             out.append(f"- style: {style[op.style]}" + (f" {op.fail}" if op.fail and op.style != 'status' else ""))
             out.append(f"- condition: `{op.cond}`")
             if op.stride0:
@@ -537,14 +535,7 @@ def gen_api_md(rows, ops, helpers):
             "to the reference kernel (`uCHelper`) and, where the SIMD tier is available, to the SIMD",
             "kernel (`uVHelper`). Helpers do not check their arguments: callers pass real strides.", ""]
     for h in sorted(helpers, key=lambda h: h.name.lower()):
-        out.append(f"### `{h.name}`")
-        out.append("")
-        if h.doc:
-            out += [h.doc, ""]
-        out.append("```c")
-        out.append(f"{h.ret} (*{h.name})({h.decl_params()});")
-        out.append("```")
-        out.append("")
+        out += api_heading(f"`{h.name}`", h.doc, f"{h.ret} (*{h.name})({h.decl_params()});")
         out.append(f"- binds: `{h.reference()}`" + ("" if h.lanes() == h.reference() else f", `{h.lanes()}`"))
         out.append("")
     return "\n".join(out) + "\n"

@@ -90,34 +90,26 @@ constexpr uint32_t SourceSample(uint32_t i, uint32_t dstStep, uint32_t srcStep) 
   X(420, PseudoPlanar, 422, PseudoPlanar) X(420, PseudoPlanar, 420, Planar)
 
 // The horizontal chroma resampling helpers as calls of KERNEL(from, src, to, dst, width, height),
-// which resamples the chroma rows of a layout change and leaves luma alone.
-#define TVX_RESAMPLE_HELPERS(SUFFIX, KERNEL)                                                                      \
-  void downsample_horizontal_i##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride,   \
-                                       uint8_t* dst, uint32_t dstStride) {                                       \
-    KERNEL(TVX_LAYOUT_OF(444, PseudoPlanar), {nullptr, src, nullptr, 0, srcStride, 0},                           \
-           TVX_LAYOUT_OF(422, PseudoPlanar), {nullptr, dst, nullptr, 0, dstStride, 0}, width, height);          \
-  }                                                                                                              \
-  void downsample_and_interleave_horizontal##SUFFIX(const uint8_t* srcCb, const uint8_t* srcCr, uint32_t width,  \
-                                                    uint32_t height, uint32_t srcCbStride, uint32_t srcCrStride, \
-                                                    uint8_t* dst, uint32_t dstStride) {                          \
-    KERNEL(TVX_LAYOUT_OF(444, Planar), {nullptr, srcCb, srcCr, 0, srcCbStride, srcCrStride},                     \
-           TVX_LAYOUT_OF(422, PseudoPlanar), {nullptr, dst, nullptr, 0, dstStride, 0}, width, height);          \
-  }                                                                                                              \
-  void upsample_and_interleave_horizontal##SUFFIX(const uint8_t* srcCb, const uint8_t* srcCr, uint32_t width,    \
-                                                  uint32_t height, uint32_t srcCbStride, uint32_t srcCrStride,   \
-                                                  uint8_t* dst, uint32_t dstStride) {                            \
-    KERNEL(TVX_LAYOUT_OF(422, Planar), {nullptr, srcCb, srcCr, 0, srcCbStride, srcCrStride},                     \
-           TVX_LAYOUT_OF(444, PseudoPlanar), {nullptr, dst, nullptr, 0, dstStride, 0}, width, height);          \
-  }                                                                                                              \
-  void downsample_and_deinterleave_horizontal##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height,       \
-                                                      uint32_t srcStride, uint8_t* dstCb, uint8_t* dstCr,        \
-                                                      uint32_t dstCbStride, uint32_t dstCrStride) {              \
-    KERNEL(TVX_LAYOUT_OF(444, PseudoPlanar), {nullptr, src, nullptr, 0, srcStride, 0},                           \
-           TVX_LAYOUT_OF(422, Planar), {nullptr, dstCb, dstCr, 0, dstCbStride, dstCrStride}, width, height);    \
-  }                                                                                                              \
-  void upsample_and_deinterleave_horizontal##SUFFIX(const uint8_t* src, uint32_t width, uint32_t height,         \
-                                                    uint32_t srcStride, uint8_t* dstCb, uint8_t* dstCr,          \
-                                                    uint32_t dstCbStride, uint32_t dstCrStride) {                \
-    KERNEL(TVX_LAYOUT_OF(422, PseudoPlanar), {nullptr, src, nullptr, 0, srcStride, 0},                           \
-           TVX_LAYOUT_OF(444, Planar), {nullptr, dstCb, dstCr, 0, dstCbStride, dstCrStride}, width, height);    \
+// which resamples the chroma rows of a layout change and leaves luma alone. Each helper is one
+// pair of (sampling, kind) layouts; 4:4:4 and 4:2:2 only stand for full and half width here.
+#define TVX_RESAMPLE_CHROMA_IN_PseudoPlanar const uint8_t *src, uint32_t width, uint32_t height, uint32_t srcStride
+#define TVX_RESAMPLE_CHROMA_IN_Planar                                                             \
+  const uint8_t *srcCb, const uint8_t *srcCr, uint32_t width, uint32_t height, uint32_t srcCbStride, \
+      uint32_t srcCrStride
+#define TVX_RESAMPLE_CHROMA_OUT_PseudoPlanar uint8_t *dst, uint32_t dstStride
+#define TVX_RESAMPLE_CHROMA_OUT_Planar uint8_t *dstCb, uint8_t *dstCr, uint32_t dstCbStride, uint32_t dstCrStride
+#define TVX_RESAMPLE_SRC_PseudoPlanar {nullptr, src, nullptr, 0, srcStride, 0}
+#define TVX_RESAMPLE_SRC_Planar {nullptr, srcCb, srcCr, 0, srcCbStride, srcCrStride}
+#define TVX_RESAMPLE_DST_PseudoPlanar {nullptr, dst, nullptr, 0, dstStride, 0}
+#define TVX_RESAMPLE_DST_Planar {nullptr, dstCb, dstCr, 0, dstCbStride, dstCrStride}
+
+#define TVX_RESAMPLE_HELPER(NAME, SUFFIX, KERNEL, S, P, T, Q)                                                 \
+  void NAME##SUFFIX(TVX_RESAMPLE_CHROMA_IN_##P, TVX_RESAMPLE_CHROMA_OUT_##Q) {                                \
+    KERNEL(TVX_LAYOUT_OF(S, P), TVX_RESAMPLE_SRC_##P, TVX_LAYOUT_OF(T, Q), TVX_RESAMPLE_DST_##Q, width, height); \
   }
+#define TVX_RESAMPLE_HELPERS(SUFFIX, KERNEL)                                                                     \
+  TVX_RESAMPLE_HELPER(downsample_horizontal_i, SUFFIX, KERNEL, 444, PseudoPlanar, 422, PseudoPlanar)            \
+  TVX_RESAMPLE_HELPER(downsample_and_interleave_horizontal, SUFFIX, KERNEL, 444, Planar, 422, PseudoPlanar)     \
+  TVX_RESAMPLE_HELPER(upsample_and_interleave_horizontal, SUFFIX, KERNEL, 422, Planar, 444, PseudoPlanar)       \
+  TVX_RESAMPLE_HELPER(downsample_and_deinterleave_horizontal, SUFFIX, KERNEL, 444, PseudoPlanar, 422, Planar)   \
+  TVX_RESAMPLE_HELPER(upsample_and_deinterleave_horizontal, SUFFIX, KERNEL, 422, PseudoPlanar, 444, Planar)

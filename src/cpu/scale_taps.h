@@ -1,11 +1,20 @@
-// Sampling positions shared by the reference and SIMD nearest-neighbour and bilinear scalers.
-// Output index i of dstSize samples the source at the centre-aligned position
-// (i + 0.5) * srcSize / dstSize - 0.5, computed exactly in integers.
+// Row addressing and sampling positions shared by the reference and SIMD scalers. For the
+// nearest-neighbour and bilinear scalers, output index i of dstSize samples the source at the
+// centre-aligned position (i + 0.5) * srcSize / dstSize - 0.5, computed exactly in integers.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 namespace tvxscale {
+
+// Row y of an image of T samples whose stride is in bytes.
+template <typename T>
+inline T* SampleRow(T* base, uint32_t strideBytes, uint32_t y) {
+  using Byte = std::conditional_t<std::is_const_v<T>, const uint8_t, uint8_t>;
+  return reinterpret_cast<T*>(reinterpret_cast<Byte*>(base) + static_cast<size_t>(strideBytes) * y);
+}
 
 // Source index nearest to output i: floor((2i + 1) * srcSize / (2 * dstSize)), always < srcSize.
 inline uint32_t NearestIndex(uint32_t i, uint32_t srcSize, uint32_t dstSize) {

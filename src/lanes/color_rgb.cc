@@ -26,45 +26,51 @@ using color::Fmt;
 // pixels instead: a byte shuffle inside each 128-bit block drops (or opens) the alpha byte,
 // swapping bytes 0 and 2 where the formats differ, and a 32-bit lane permutation closes (or
 // opens) the gaps between blocks. A store writes a full vector of which only the valid part
-// counts: the loops stop while a whole vector still fits in the row, and the next store or
-// the per-pixel tail rewrites the rest. Both return the first pixel left to the tail.
-template <bool kSwap, class D8>
-size_t DropAlpha(D8 d8, const uint8_t* s, uint8_t* d, size_t width) {
-  const hn::Repartition<uint32_t, D8> d32;
-  const size_t N = hn::Lanes(d8), lanes32 = hn::Lanes(d32);
-  alignas(16) static constexpr uint8_t kKeep[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15};
-  alignas(16) static constexpr uint8_t kKeepSwapped[16] = {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, 15, 15, 15, 15};
-  const auto keep = hn::LoadDup128(d8, kSwap ? kKeepSwapped : kKeep);
-  int32_t idx[HWY_MAX_BYTES / 4];
-  for (size_t i = 0; i < lanes32; ++i) idx[i] = static_cast<int32_t>(i < lanes32 / 4 * 3 ? i / 3 * 4 + i % 3 : i);
-  const auto closeGaps = hn::SetTableIndices(d32, idx);
-  size_t x = 0;
-  for (; 3 * x + N <= 3 * width; x += N / 4) {
-    const auto packed = hn::TableLookupBytes(hn::LoadU(d8, s + 4 * x), keep);
-    hn::StoreU(hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(d32, packed), closeGaps)), d8, d + 3 * x);
+// counts: rows stop while a whole vector still fits, and the next store or the per-pixel tail
+// rewrites the rest. The shuffles are set up once per image.
+template <bool kDrop, bool kSwap, class D8>
+class AlphaRepack {
+ public:
+  explicit AlphaRepack(D8 d8) {
+    alignas(16) static constexpr uint8_t kKeep[2][16] = {{0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15},
+                                                         {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, 15, 15, 15, 15}};
+    alignas(16) static constexpr uint8_t kOpen[2][16] = {
+        {0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80},
+        {2, 1, 0, 0x80, 5, 4, 3, 0x80, 8, 7, 6, 0x80, 11, 10, 9, 0x80}};
+    bytes_ = hn::LoadDup128(d8, (kDrop ? kKeep : kOpen)[kSwap]);
+    const size_t lanes32 = hn::Lanes(d32_);
+    int32_t idx[HWY_MAX_BYTES / 4];
+    for (size_t i = 0; i < lanes32; ++i) {
+      // Dropping: lane i takes lane 4(i/3) + i%3 (the tail lanes are don't-care); opening: the
+      // reverse, lane 3 of each group repeating lane 2 (its bytes are replaced by alpha).
+      idx[i] = static_cast<int32_t>(kDrop ? (i < lanes32 / 4 * 3 ? i / 3 * 4 + i % 3 : i)
+                                          : i / 4 * 3 + std::min<size_t>(i % 4, 2));
+    }
+    lanes_ = hn::SetTableIndices(d32_, idx);
   }
-  return x;
-}
 
-template <bool kSwap, class D8>
-size_t AddAlpha(D8 d8, const uint8_t* s, uint8_t* d, size_t width) {
-  const hn::Repartition<uint32_t, D8> d32;
-  const size_t N = hn::Lanes(d8), lanes32 = hn::Lanes(d32);
-  alignas(16) static constexpr uint8_t kOpen[16] = {0, 1, 2, 0x80, 3, 4, 5, 0x80, 6, 7, 8, 0x80, 9, 10, 11, 0x80};
-  alignas(16) static constexpr uint8_t kOpenSwapped[16] = {2, 1, 0, 0x80, 5, 4, 3, 0x80,
-                                                           8, 7, 6, 0x80, 11, 10, 9, 0x80};
-  const auto open = hn::LoadDup128(d8, kSwap ? kOpenSwapped : kOpen);
-  int32_t idx[HWY_MAX_BYTES / 4];
-  for (size_t i = 0; i < lanes32; ++i) idx[i] = static_cast<int32_t>(i / 4 * 3 + std::min<size_t>(i % 4, 2));
-  const auto openGaps = hn::SetTableIndices(d32, idx);
-  const auto alpha = hn::BitCast(d8, hn::Set(d32, 0xFF000000u));
-  size_t x = 0;
-  for (; 3 * x + N <= 3 * width; x += N / 4) {
-    const auto spread = hn::TableLookupLanes(hn::BitCast(d32, hn::LoadU(d8, s + 3 * x)), openGaps);
-    hn::StoreU(hn::Or(hn::TableLookupBytesOr0(hn::BitCast(d8, spread), open), alpha), d8, d + 4 * x);
+  // Converts the leading pixels of a row; returns the first pixel left to the tail.
+  size_t Row(D8 d8, const uint8_t* s, uint8_t* d, size_t width) const {
+    const size_t N = hn::Lanes(d8);
+    const auto alpha = hn::BitCast(d8, hn::Set(d32_, 0xFF000000u));
+    size_t x = 0;
+    for (; 3 * x + N <= 3 * width; x += N / 4) {
+      if constexpr (kDrop) {
+        const auto packed = hn::TableLookupBytes(hn::LoadU(d8, s + 4 * x), bytes_);
+        hn::StoreU(hn::BitCast(d8, hn::TableLookupLanes(hn::BitCast(d32_, packed), lanes_)), d8, d + 3 * x);
+      } else {
+        const auto spread = hn::TableLookupLanes(hn::BitCast(d32_, hn::LoadU(d8, s + 3 * x)), lanes_);
+        hn::StoreU(hn::Or(hn::TableLookupBytesOr0(hn::BitCast(d8, spread), bytes_), alpha), d8, d + 4 * x);
+      }
+    }
+    return x;
   }
-  return x;
-}
+
+ private:
+  hn::Repartition<uint32_t, D8> d32_;
+  hn::Vec<D8> bytes_;
+  decltype(hn::SetTableIndices(hn::Repartition<uint32_t, D8>(), static_cast<const int32_t*>(nullptr))) lanes_;
+};
 #endif
 
 template <Fmt From, Fmt To>
@@ -73,14 +79,16 @@ void Repack(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStr
   constexpr size_t kIn = color::BytesPerPixel(From), kOut = color::BytesPerPixel(To);
   const hn::ScalableTag<uint8_t> d8;
   const size_t N = hn::Lanes(d8);
+#if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
+  constexpr bool kWholePixels = (kIn == 4 && kOut == 3) || (kIn == 3 && kOut == 4);
+  const AlphaRepack<kIn == 4, color::SwapsBytes0And2(From) != color::SwapsBytes0And2(To), decltype(d8)> whole(d8);
+#endif
   for (uint32_t y = 0; y < height; ++y) {
     const uint8_t* s = color::RowAt(src, srcStride, y);
     uint8_t* d = color::RowAt(dst, dstStride, y);
     size_t x = 0;
 #if HWY_ARCH_X86 && HWY_TARGET <= HWY_SSE4
-    constexpr bool kSwap = color::SwapsBytes0And2(From) != color::SwapsBytes0And2(To);
-    if constexpr (kIn == 4 && kOut == 3) x = DropAlpha<kSwap>(d8, s, d, width);
-    if constexpr (kIn == 3 && kOut == 4) x = AddAlpha<kSwap>(d8, s, d, width);
+    if constexpr (kWholePixels) x = whole.Row(d8, s, d, width);
 #endif
     for (; x + N <= width; x += N) StorePixels<To>(d8, LoadPixels<From>(d8, s + x * kIn), d + x * kOut);
     for (; x < width; ++x) color::WritePixel<To>(d + x * kOut, color::ReadPixel<From>(s + x * kIn));

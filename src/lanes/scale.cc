@@ -353,16 +353,15 @@ void Upsample2DInterleavedu8(const uint8_t* src, uint32_t srcWidth, uint32_t src
 
 // ---- interleaving ------------------------------------------------------------------------------
 
-// Strides in bytes whatever the sample type.
 template <typename T>
 void InterleaveRows(const T* src0, const T* src1, uint32_t width, uint32_t height, uint32_t src0Stride,
                     uint32_t src1Stride, T* dst, uint32_t dstStride) {
   const hn::ScalableTag<T> d;
   const size_t N = hn::Lanes(d);
   for (uint32_t y = 0; y < height; ++y) {
-    const T* a = reinterpret_cast<const T*>(reinterpret_cast<const uint8_t*>(src0) + size_t{src0Stride} * y);
-    const T* b = reinterpret_cast<const T*>(reinterpret_cast<const uint8_t*>(src1) + size_t{src1Stride} * y);
-    T* out = reinterpret_cast<T*>(reinterpret_cast<uint8_t*>(dst) + size_t{dstStride} * y);
+    const T* a = tvxscale::SampleRow(src0, src0Stride, y);
+    const T* b = tvxscale::SampleRow(src1, src1Stride, y);
+    T* out = tvxscale::SampleRow(dst, dstStride, y);
     size_t x = 0;
     for (; x + N <= width; x += N) hn::StoreInterleaved2(hn::LoadU(d, a + x), hn::LoadU(d, b + x), d, out + 2 * x);
     for (; x < width; ++x) {
