@@ -15,6 +15,7 @@ struct TvxSample {
   void* buf[TVX_SAMPLE_BUFFERS];
   uint32_t width, height;
   bool nullFirst;
+  uint32_t pad;
 };
 #include "samples.inc"
 #include "log_capture.h"

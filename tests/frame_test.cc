@@ -286,6 +286,7 @@ TEST(ManagerTest, IndexFunctionsValidateTheirManager) {
   void* slots[4 * 7] = {};
   void* internalSlots[16 * 7] = {};
   slots[2 * 7 + 5] = reinterpret_cast<void*>(&tvxAddu8C);  // row 2 has a compute-DSP stub
+  internalSlots[11 * 7 + 5] = reinterpret_cast<void*>(&tvxAddu8C);  // so has internal row 11
   TVX_FUNC_MANAGER m = {impl, 4, slots, internalImpl, 16, internalSlots, 7};
   EXPECT_EQ(uQacmIndex(nullptr, 5), 1);
   EXPECT_EQ(uQacmIndex(&m, 7), 4);
@@ -294,6 +295,7 @@ TEST(ManagerTest, IndexFunctionsValidateTheirManager) {
   EXPECT_EQ(impl[2], 5u);
   EXPECT_EQ(impl[1], 0u);
   EXPECT_EQ(internalImpl[11], 5u);
+  EXPECT_EQ(internalImpl[10], 0u) << "an internal row without a stub in the slot must not move";
   EXPECT_EQ(internalImpl[8], 0u);
   TVX_FUNC_MANAGER noImpl = m;
   noImpl.implTable = nullptr;

@@ -76,6 +76,9 @@ TVX_API uint32_t tvxAvailableHardware(tvxOperationMode mode);
 TVX_API int32_t tvxAvailableProcessors(void);
 /* Default DSP domain for the remote tiers: 0 audio, 1 compute (default), 2 modem. */
 TVX_API void setDefaultDSPValue(int32_t value);
+/* Drives the library as a remote library: applies the mode without refilling the reference and
+ * SIMD slots or resetting the chosen tiers. 0, or 999 for a CPU without SIMD and FPU. */
+TVX_API int32_t tvxInitRemoteLib(tvxOperationMode mode);
 
 /* Memory services. */
 TVX_API void* tvxMemAlloc(uint32_t size, uint32_t alignment);
@@ -85,6 +88,13 @@ TVX_API void tvxMemAlignFree(void* pointer);
 TVX_API int32_t tvxMemInit(void);
 TVX_API int32_t tvxMemInitPreAlloc(uint32_t size);
 TVX_API int32_t tvxMemDeInit(void);
+
+/* Shared memory for the DSP: with the DSP bit (TVX_HW_DSP) and without the GPU bit of a
+ * hardware mask, tvxMemAlloc and tvxMemFree serve blocks the DSP reads without copies.
+ * tvxDeInitSharedMem returns to heap blocks. Both return 0 (tvxInitSharedMem -1 when the
+ * allocator cannot be set up). */
+TVX_API int32_t tvxInitSharedMem(uint32_t hardwareMask);
+TVX_API int32_t tvxDeInitSharedMem(void);
 
 /* Numeric helpers shared by several operations. */
 TVX_API float tvxIsqrt(float x);

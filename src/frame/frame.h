@@ -65,6 +65,8 @@ int32_t uQacmIndex(TVX_FUNC_MANAGER* manager, uint32_t tier);
 int32_t uQaTable(TVX_FUNC_MANAGER* manager, uint32_t slot);
 int32_t uQcTable(TVX_FUNC_MANAGER* manager, uint32_t slot);
 int32_t uQmTable(TVX_FUNC_MANAGER* manager, uint32_t slot);
+// The mode rules for a library driven as a remote library (tvxInitRemoteLib).
+int32_t tvxSetOperationModeRemoteLib(int32_t mode);
 // Mode tables: move their operation set to the compute-DSP tier when a DSP session is ready.
 int32_t uHWLowPowerModeTable(TVX_FUNC_MANAGER* manager);
 int32_t uHWPerformanceModeTable(TVX_FUNC_MANAGER* manager);
@@ -82,8 +84,9 @@ enum : int { TVX_LOG_DEBUG = 3, TVX_LOG_INFO = 4, TVX_LOG_WARN = 5, TVX_LOG_ERRO
 #define TVX_RUNTIME_TAG "tavix_runtime_log"
 
 // Formats and hands one line to the platform logger (or to a test's capture sink).
-void tvx_log(int priority, const char* tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
-void tvx_vlog(int priority, const char* tag, const char* format, va_list args);
+// Returns the formatted message's length, as the platform logger reports what it wrote.
+int tvx_log(int priority, const char* tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
+int tvx_vlog(int priority, const char* tag, const char* format, va_list args);
 
 // Test seam: when set, every formatted line goes to the sink instead of the platform logger.
 typedef void (*TvxLogSink)(int priority, const char* tag, const char* message);

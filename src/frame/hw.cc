@@ -148,9 +148,6 @@ void tvx_set_cpu_record_for_test(const TvxCpuRecord& record) {
 
 extern "C" int32_t tvx_check_only_cpu() { return tvx_cpu_record().cpuOnly != 0; }
 
-// No DSP back end is built yet, so no session can ever be ready.
-extern "C" uint32_t tvxAvailableHWComponent(int32_t mode) { return 0; }
-
 void tvx_read_log_property() {
   char value[96];
   const bool present = tvx_platform_property("vendor.runtime.tavix.log", value, sizeof value) > 0;

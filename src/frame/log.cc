@@ -13,21 +13,23 @@ std::atomic<TvxLogSink> g_sink{nullptr};
 
 void tvx_set_log_sink(TvxLogSink sink) { g_sink.store(sink); }
 
-void tvx_vlog(int priority, const char* tag, const char* format, va_list args) {
+int tvx_vlog(int priority, const char* tag, const char* format, va_list args) {
   char line[1024];
-  vsnprintf(line, sizeof line, format, args);
+  const int length = vsnprintf(line, sizeof line, format, args);
   if (TvxLogSink sink = g_sink.load()) {
     sink(priority, tag, line);
   } else {
     tvx_platform_log(priority, tag, line);
   }
+  return length;
 }
 
-void tvx_log(int priority, const char* tag, const char* format, ...) {
+int tvx_log(int priority, const char* tag, const char* format, ...) {
   va_list args;
   va_start(args, format);
-  tvx_vlog(priority, tag, format, args);
+  const int length = tvx_vlog(priority, tag, format, args);
   va_end(args);
+  return length;
 }
 
 void tvx_trace(const char* name, uint32_t tier) {

@@ -5,6 +5,9 @@
 
 #include "frame/frame.h"
 #include "frame/hw.h"
+#include "remote/remote_call.h"
+#include "remote/session.h"
+#include "remote/shared_mem.h"
 
 extern "C" {
 int32_t mode_globalVar = TAVIX_OP_CPU_PERFORMANCE;
@@ -55,11 +58,27 @@ int32_t applyModeTable(TVX_FUNC_MANAGER* manager, const TvxRowSet& set) {
   return 0;
 }
 
-// The mode functions bind the remote pointer of each operation in their set to its generic
-// remote variant. No operation has a remote variant yet, so there is nothing to bind.
-void uHWLowPowerMode() {}
-void uHWPerformanceMode() {}
-void uQCpuOffloadMode() {}
+// The mode functions bind the remote pointer of each operation in their set (and the clock
+// probe's) to its generic remote variant, when the probe found a DSP session.
+void uHWLowPowerMode() {
+  if (g_hwMask & TVX_HW_DSP) tvxBindRemoteLowPowerSet();
+}
+void uHWPerformanceMode() {
+  if (g_hwMask & TVX_HW_DSP) tvxBindRemotePerformanceSet();
+}
+void uQCpuOffloadMode() {
+  if (g_hwMask & TVX_HW_DSP) tvxBindRemoteCpuOffloadSet();
+}
+
+// Fills the default domain's remote slot through the master manager.
+void fillDefaultDomainSlot(const char* unsetMessage) {
+  switch (defaultDSP) {
+    case 0: uQaTable(tvxMasterFuncManager(), TVX_IMPL_ADSP); break;
+    case 1: uQcTable(tvxMasterFuncManager(), TVX_IMPL_CDSP); break;
+    case 2: uQmTable(tvxMasterFuncManager(), TVX_IMPL_MDSP); break;
+    default: tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "%s", unsetMessage); break;
+  }
+}
 
 int32_t applyMode(int32_t mode) {
   tvxSetHWFlag(1);
@@ -141,7 +160,67 @@ int32_t applyMode(int32_t mode) {
   return 0;
 }
 
+// The library driven as a remote library: slots 0-3 and the chosen tiers are left as they are;
+// the remote pointers are cleared, the default domain's slot filled and the mode's sets chosen.
+int32_t applyRemoteLibMode(int32_t mode) {
+  tvxSetHWFlag(1);
+  tvx_read_log_property();
+  const uint32_t mask = tvxAvailableHardware(mode);
+  if ((mask & 0x86u) == TVX_HW_PROBED) return 999;
+  g_hwMask = mask;
+  if (!tvxMasterFuncManager()) {
+    tvxFuncManager = {tvxImplTable, TVX_NUM_ROWS, &tvxFuncTable[0][0], tvxInternalImplTable,
+                      TVX_NUM_INTERNAL_ROWS, &tvxInternalFuncTable[0][0], TVX_NUM_IMPL};
+    tvxInitializeMasterFuncManager(&tvxFuncManager);
+  }
+  uRNull();
+  fillDefaultDomainSlot("defaultDSP flag is not set. Hence unable to set memory pointers for Tavix functions");
+  const bool simd = mask & TVX_HW_SIMD;
+  if (static_cast<uint32_t>(mode) & kExtendedBit) {
+    const uint32_t x = static_cast<uint32_t>(mode) & 0x7fffffffu;
+    if (x != 2 && simd) uVIndex();
+    if (x == 8 || x == 1024) {
+      tvxSetHWFlag(0);
+      if (defaultDSP >= 0 && defaultDSP <= 2) {
+        uQacmIndex(tvxMasterFuncManager(), TVX_IMPL_ADSP + static_cast<uint32_t>(defaultDSP));
+      } else {
+        tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "%s",
+                "defaultDSP flag is not set. Hence unable to set index for Tavix functions");
+      }
+    }
+    return 0;
+  }
+  if (!(mask & TVX_HW_TARGET) || mode > 3) return 0;
+  if (simd) uVIndex();
+  switch (mode) {
+    case TAVIX_OP_LOW_POWER:
+      uHWLowPowerMode();
+      uHWLowPowerModeTable(tvxMasterFuncManager());
+      break;
+    case TAVIX_OP_PERFORMANCE:
+      uHWPerformanceMode();
+      uHWPerformanceModeTable(tvxMasterFuncManager());
+      break;
+    case TAVIX_OP_CPU_OFFLOAD:
+      if (mask & TVX_HW_DSP) {
+        uQCpuOffloadMode();
+        uQCpuOffloadModeTable(tvxMasterFuncManager());
+      }
+      break;
+    default:
+      break;
+  }
+  return 0;
+}
+
 }  // namespace
+
+int32_t tvxApplyOperationMode(int32_t mode) { return applyMode(mode); }
+
+int32_t tvxSetOperationModeRemoteLib(int32_t mode) {
+  mode_globalVar = mode;
+  return applyRemoteLibMode(mode);
+}
 
 int32_t uHWLowPowerModeTable(TVX_FUNC_MANAGER* manager) { return applyModeTable(manager, tvxLowPowerSet); }
 
@@ -182,8 +261,13 @@ TVX_API int32_t tvxSetOperationModeExt(int32_t option) {
   return 1;
 }
 
-// The remote layer keeps its own copy of the flag; it arrives with the DSP tiers.
-TVX_API void tvxSetHWFlag(uint32_t value) { HW_constraint_checks_enable = value; }
+TVX_API int32_t tvxInitRemoteLib(tvxOperationMode mode) { return tvxSetOperationModeRemoteLib(mode); }
+
+// The remote layer keeps its own copy of the flag.
+TVX_API void tvxSetHWFlag(uint32_t value) {
+  HW_constraint_checks_enable = value;
+  tvxUpdateR6ConstraintCheckFlag(value);
+}
 
 TVX_API void tvxGetVersion(char* buffer, uint32_t length) {
   tvx_log(TVX_LOG_DEBUG, TVX_LIB_TAG, "%s\n", "Tavix vendor library");
@@ -196,13 +280,10 @@ TVX_API void tvxGetVersion(char* buffer, uint32_t length) {
   }
 }
 
-// Closes the DSP session and releases the shared-memory allocator (neither exists without a
-// DSP), clears the shared-memory hooks and the hardware flags. Tables and tiers stay.
+// Closes the DSP session, releases the shared-memory allocator, clears the shared-memory hooks
+// and the hardware flags. Tables and tiers stay.
 TVX_API int32_t tvxCleanUp(void) {
-  tvxSharedMemAlloc_ = nullptr;
-  tvxSharedMemAllocR_ = nullptr;
-  tvxSharedMemFree_ = nullptr;
-  tvxSharedMemFreeR_ = nullptr;
+  tvxCleanUpHW();
   GPU_initflag = 0;
   RDSP_initflag = 0;
   return 0;

@@ -26,20 +26,6 @@ int32_t tvxInitializeMasterFuncManager(TVX_FUNC_MANAGER* manager) {
   return 0;
 }
 
-// Writes the remote stubs of one DSP domain into a slot. No operation has a remote stub yet,
-// so after validating the manager there is nothing to write.
-static int32_t fillRemoteSlot(TVX_FUNC_MANAGER* manager, uint32_t slot) {
-  if (!manager) return 1;
-  if (!manager->funcTable) return 2;
-  if (!manager->internalFuncTable) return 3;
-  if (slot >= manager->numImpl) return 4;
-  return 0;
-}
-
-int32_t uQaTable(TVX_FUNC_MANAGER* manager, uint32_t slot) { return fillRemoteSlot(manager, slot); }
-int32_t uQcTable(TVX_FUNC_MANAGER* manager, uint32_t slot) { return fillRemoteSlot(manager, slot); }
-int32_t uQmTable(TVX_FUNC_MANAGER* manager, uint32_t slot) { return fillRemoteSlot(manager, slot); }
-
 int32_t uGTable(TVX_FUNC_MANAGER* manager, uint32_t slot) {
   if (!manager) return 1;
   if (!manager->funcTable) return 2;
@@ -63,9 +49,13 @@ int32_t uQacmIndex(TVX_FUNC_MANAGER* manager, uint32_t tier) {
     if (manager->funcTable && manager->funcTable[row * manager->numImpl + tier])
       manager->implTable[row] = tier;
   }
+  // Internal rows move only where the slot holds a stub: a row without a remote form (or
+  // not built yet) stays where it is rather than dispatching to an empty slot.
   static const uint32_t kInternalRows[] = {0, 1, 2, 3, 4, 5, 6, 7, 10, 11, 12};
   for (uint32_t row : kInternalRows) {
-    if (row < manager->numInternalOps) manager->internalImplTable[row] = tier;
+    if (row < manager->numInternalOps && manager->internalFuncTable &&
+        manager->internalFuncTable[row * manager->numImpl + tier])
+      manager->internalImplTable[row] = tier;
   }
   return 0;
 }
