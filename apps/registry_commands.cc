@@ -1,6 +1,6 @@
 // `tavix list` and `tavix bench`: every operation of the registry, called through its
 // generated sample (the public entry on caller-provided buffers) on the reference (CPU) and
-// SIMD (LANES) tiers.
+// SIMD (LANES) tiers, and on the remote (DSP) tier when a host DSP is reachable.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "frame/frame.h"
+#include "remote/session.h"
+#include "stub/call.h"
 #include "tool.h"
 
 #define TVX_SAMPLE_BUFFERS 12
@@ -59,11 +61,21 @@ constexpr Size kFullSize = kSizes[0];
 // Four channels of 32 bits is the widest pixel any sample reads or writes.
 constexpr size_t kBufferBytes = size_t(kFullSize.width) * kFullSize.height * 16;
 
+struct FreeBuffer {
+  bool shared = false;  // from tvxMemAlloc, else from aligned_alloc
+  void operator()(uint8_t* p) const {
+    if (shared) tvxMemFree(p);
+    else std::free(p);
+  }
+};
+
 class SampleBuffers {
  public:
-  SampleBuffers() : pattern_(allocate()) {
+  // shared: the buffers come from tvxMemAlloc, which with a DSP session serves blocks
+  // registered with the DSP (passed by reference, not copied).
+  explicit SampleBuffers(bool shared) : pattern_(allocate(false)) {
     fillPattern(pattern_.get());
-    for (Buffer& b : buffers_) b = allocate();
+    for (Buffer& b : buffers_) b = allocate(shared);
   }
 
   // Gives the first `count` buffers the pattern again: earlier operations wrote into them.
@@ -80,18 +92,15 @@ class SampleBuffers {
   }
 
  private:
-  struct Free {
-    void operator()(uint8_t* p) const { std::free(p); }
-  };
-  using Buffer = std::unique_ptr<uint8_t, Free>;
+  using Buffer = std::unique_ptr<uint8_t, FreeBuffer>;
 
-  static Buffer allocate() {
-    void* p = std::aligned_alloc(64, kBufferBytes);
+  static Buffer allocate(bool shared) {
+    void* p = shared ? tvxMemAlloc(static_cast<uint32_t>(kBufferBytes), 64) : std::aligned_alloc(64, kBufferBytes);
     if (!p) {
       std::fprintf(stderr, "tavix bench: out of memory\n");
       std::exit(kExitFailed);
     }
-    return Buffer(static_cast<uint8_t*>(p));
+    return Buffer(static_cast<uint8_t*>(p), FreeBuffer{shared});
   }
 
   // Pseudo-random bytes from a fixed seed, except that the top byte of every 32-bit word keeps
@@ -113,6 +122,45 @@ class SampleBuffers {
   Buffer buffers_[TVX_SAMPLE_BUFFERS];
 };
 
+// ---- the DSP tier ---------------------------------------------------------------------------
+
+// The remote tier `tavix bench` times as its DSP column; 0 when no host DSP is reachable, and
+// then there is no column.
+uint32_t g_dspTier = 0;
+
+// With TAVIX_DSP_SOCKET naming a host DSP, the extended DSP mode opens a session and puts every
+// operation with a remote form on the default domain's tier, size checks off. The internal
+// rows keep their CPU tiers, so the reference and SIMD columns time what they time without a
+// DSP. False (and the CPU mode back) when no session opens.
+bool openDspSession() {
+  const char* socket = std::getenv("TAVIX_DSP_SOCKET");
+  if (!socket || !*socket) return false;
+  uint32_t internalTiers[TVX_NUM_INTERNAL_ROWS];
+  std::memcpy(internalTiers, tvxInternalImplTable, sizeof internalTiers);
+  tvx_set_log_sink(quietSink);
+  tvxSetOperationMode(TAVIX_OP_EXT_RDSP);
+  const bool ready = MOLAR6_is_ready();
+  if (!ready) tvxSetOperationMode(TAVIX_OP_CPU_PERFORMANCE);
+  tvx_set_log_sink(nullptr);
+  if (!ready) {
+    std::fprintf(stderr, "tavix bench: no DSP session through %s; timing the CPU tiers only\n", socket);
+    return false;
+  }
+  std::memcpy(tvxInternalImplTable, internalTiers, sizeof internalTiers);
+  g_dspTier = TVX_IMPL_ADSP + static_cast<uint32_t>(defaultDSP);
+  return true;
+}
+
+void closeDspSession() {
+  if (!g_dspTier) return;
+  tvx_set_log_sink(quietSink);
+  tvxCleanUp();
+  tvx_set_log_sink(nullptr);
+  g_dspTier = 0;
+}
+
+bool hasDspForm(const TvxSampleEntry& e) { return e.dspOp >= 0; }
+
 // ---- timing ---------------------------------------------------------------------------------
 
 constexpr int kRounds = 9;                 // interleaved rounds per tier; the median is reported
@@ -122,18 +170,19 @@ constexpr double kMaxReferenceCall = 0.1;  // seconds; slower operations move to
 volatile int64_t g_sink;
 
 // CPU time of this thread: time slices that other processes take on a shared machine do not
-// count.
-double threadSeconds() {
+// count. With a DSP column every tier is timed in wall time instead, since a remote call's work
+// runs in the host DSP's process.
+double seconds() {
   timespec now;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  clock_gettime(g_dspTier ? CLOCK_MONOTONIC : CLOCK_THREAD_CPUTIME_ID, &now);
   return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
 }
 
 double secondsPerCall(const TvxSampleEntry& e, const TvxSample& s, uint32_t reps) {
   int64_t results = 0;
-  const double start = threadSeconds();
+  const double start = seconds();
   for (uint32_t i = 0; i < reps; ++i) results += e.call(s);
-  const double stop = threadSeconds();
+  const double stop = seconds();
   g_sink = results;
   return (stop - start) / reps;
 }
@@ -219,38 +268,65 @@ bool chooseSize(const TvxSampleEntry& e, const SampleBuffers& buffers, SizeChoic
   }
 }
 
-// Median seconds per call on tiers 0 .. tiers-1, from interleaved rounds.
-void timeTiers(const TvxSampleEntry& e, const TvxSample& s, uint32_t tiers, double medians[2]) {
-  uint32_t reps[2] = {1, 1};
-  for (uint32_t t = 0; t < tiers; ++t) {
-    tvxImplTable[e.row] = t;
+// Median seconds per call on each tier, from interleaved rounds; calls[k] counts the calls
+// made on tiers[k].
+void timeTiers(const TvxSampleEntry& e, const TvxSample& s, const std::vector<uint32_t>& tiers,
+               std::vector<double>* medians, std::vector<uint64_t>* calls) {
+  const size_t n = tiers.size();
+  std::vector<uint32_t> reps(n);
+  calls->assign(n, 0);
+  for (size_t k = 0; k < n; ++k) {
+    tvxImplTable[e.row] = tiers[k];
     const double single = fastestCall(e, s, 2);
-    reps[t] = static_cast<uint32_t>(std::clamp(kRoundSeconds / std::max(single, 1e-9), 1.0, 1e7));
+    reps[k] = static_cast<uint32_t>(std::clamp(kRoundSeconds / std::max(single, 1e-9), 1.0, 1e7));
+    (*calls)[k] += 2;
   }
-  std::vector<double> times[2];
+  std::vector<std::vector<double>> times(n);
   for (int r = 0; r < kRounds; ++r) {
-    for (uint32_t k = 0; k < tiers; ++k) {
-      const uint32_t t = (r % 2 == 0) ? k : tiers - 1 - k;  // alternate which tier goes first
-      tvxImplTable[e.row] = t;
-      times[t].push_back(secondsPerCall(e, s, reps[t]));
+    for (size_t i = 0; i < n; ++i) {
+      const size_t k = (r % 2 == 0) ? i : n - 1 - i;  // alternate which tier goes first
+      tvxImplTable[e.row] = tiers[k];
+      times[k].push_back(secondsPerCall(e, s, reps[k]));
+      (*calls)[k] += reps[k];
     }
   }
-  for (uint32_t t = 0; t < tiers; ++t) medians[t] = median(times[t]);
+  medians->clear();
+  for (auto& t : times) medians->push_back(median(t));
 }
 
 void printRow(const char* name, const std::string& size, const std::string& reference, const std::string& simd,
-              const std::string& speedup, const std::string& note) {
-  std::printf("%-28s %-10s %12s %12s %9s  %s\n", name, size.c_str(), reference.c_str(), simd.c_str(),
-              speedup.c_str(), note.c_str());
+              const std::string& speedup, const std::string& dsp, const std::string& note) {
+  if (g_dspTier) {
+    std::printf("%-28s %-10s %12s %12s %9s %12s  %s\n", name, size.c_str(), reference.c_str(), simd.c_str(),
+                speedup.c_str(), dsp.c_str(), note.c_str());
+  } else {
+    std::printf("%-28s %-10s %12s %12s %9s  %s\n", name, size.c_str(), reference.c_str(), simd.c_str(),
+                speedup.c_str(), note.c_str());
+  }
   std::fflush(stdout);
 }
 
-// Times one operation on both tiers and prints its row; returns the speed-up, or 0 when there
-// is none to report. The operation's tier is left as it was.
-double benchOne(const TvxSampleEntry& e, SampleBuffers& buffers) {
+void addNote(std::string* note, const std::string& more) { *note = note->empty() ? more : *note + "; " + more; }
+
+// The host DSP's counters for one operation, or false when they cannot be read.
+struct DspCounters {
+  uint64_t calls = 0, bytes = 0;
+};
+bool readCounters(const TvxSampleEntry& e, DspCounters* c) {
+  return tvx_host_dsp_stats(static_cast<uint32_t>(e.dspOp), &c->calls, &c->bytes);
+}
+
+// Ratios of one operation's row: SIMD and DSP speed-ups over the reference tier, 0 when the
+// row has none.
+struct Speedups {
+  double simd = 0, dsp = 0;
+};
+
+// Times one operation on its tiers and prints its row. The operation's tier is left as it was.
+Speedups benchOne(const TvxSampleEntry& e, SampleBuffers& buffers) {
   if (!hasReference(e)) {
-    printRow(e.name, "-", "-", "-", "-", "reference variant missing");
-    return 0;
+    printRow(e.name, "-", "-", "-", "-", "-", "reference variant missing");
+    return {};
   }
   const uint32_t savedTier = tvxImplTable[e.row];
   tvxImplTable[e.row] = TVX_IMPL_CPU;
@@ -259,15 +335,21 @@ double benchOne(const TvxSampleEntry& e, SampleBuffers& buffers) {
   std::string why;
   SizeChoice choice;
   if (!acceptedBySample(e, buffers.sample(kSizes[3]), &why) || !chooseSize(e, buffers, &choice)) {
-    printRow(e.name, "-", "-", "-", "-", why.empty() ? "skipped (slow)" : why);
+    printRow(e.name, "-", "-", "-", "-", "-", why.empty() ? "skipped (slow)" : why);
     tvxImplTable[e.row] = savedTier;
-    return 0;
+    return {};
   }
   const Size size = kSizes[choice.index];
   const Lanes lanes = lanesState(e);
-  const uint32_t tiers = lanes == Lanes::kReady ? 2 : 1;
-  double medians[2] = {0, 0};
-  timeTiers(e, buffers.sample(size), tiers, medians);
+  std::vector<uint32_t> tiers = {TVX_IMPL_CPU};
+  if (lanes == Lanes::kReady) tiers.push_back(TVX_IMPL_LANES);
+  const bool onDsp = g_dspTier && hasDspForm(e);
+  if (onDsp) tiers.push_back(g_dspTier);
+  DspCounters before, after;
+  const bool counted = onDsp && readCounters(e, &before);
+  std::vector<double> medians;
+  std::vector<uint64_t> calls;
+  timeTiers(e, buffers.sample(size), tiers, &medians, &calls);
   tvxImplTable[e.row] = savedTier;
 
   char sizeText[24], text[128];
@@ -276,33 +358,71 @@ double benchOne(const TvxSampleEntry& e, SampleBuffers& buffers) {
   if (choice.index != 0) {
     std::snprintf(text, sizeof text, "smaller size: one %ux%u reference call takes ~%.1f s (%s)", kFullSize.width,
                   kFullSize.height, choice.fullSeconds, choice.fullMeasured ? "measured" : "projected");
-    note = note.empty() ? text : note + "; " + text;
+    addNote(&note, text);
   }
-  if (tiers == 1) {
-    printRow(e.name, sizeText, formatTime(medians[0]), "-", "-", note);
-    return 0;
+  Speedups speedups;
+  std::string simdText = "-", speedupText = "-", dspText = g_dspTier ? "no remote form" : "";
+  if (lanes == Lanes::kReady) {
+    speedups.simd = medians[0] / medians[1];
+    simdText = formatTime(medians[1]);
+    std::snprintf(text, sizeof text, "%.2fx", speedups.simd);
+    speedupText = text;
   }
-  std::snprintf(text, sizeof text, "%.2fx", medians[0] / medians[1]);
-  printRow(e.name, sizeText, formatTime(medians[0]), formatTime(medians[1]), text, note);
-  return medians[0] / medians[1];
+  // A remote call the entry keeps on the CPU, or one the DSP refuses, runs on the SIMD tier
+  // instead; only calls the host DSP counted as served make a DSP time.
+  if (onDsp) {
+    const uint64_t made = calls.back();
+    if (!counted || !readCounters(e, &after)) {
+      dspText = "-";
+      addNote(&note, "DSP counters unreadable");
+    } else if (after.calls - before.calls != made) {
+      dspText = "-";
+      addNote(&note, "DSP served " + std::to_string(after.calls - before.calls) + " of " + std::to_string(made) +
+                         " calls (the others ran on the CPU)");
+    } else {
+      speedups.dsp = medians[0] / medians.back();
+      dspText = formatTime(medians.back());
+      if (after.bytes != before.bytes) {
+        std::snprintf(text, sizeof text, "DSP copied %.0f bytes per call", double(after.bytes - before.bytes) / made);
+        addNote(&note, text);
+      }
+    }
+  }
+  printRow(e.name, sizeText, formatTime(medians[0]), simdText, speedupText, dspText, note);
+  return speedups;
 }
+
+// Geometric mean of the ratios above zero, and how many there were.
+struct GeometricMean {
+  double logSum = 0;
+  size_t count = 0;
+  void add(double ratio) {
+    if (ratio <= 0) return;
+    logSum += std::log(ratio);
+    ++count;
+  }
+  double value() const { return std::exp(logSum / double(count)); }
+};
 
 }  // namespace
 
 int listCommand() {
   std::printf("%4s  %-30s %s\n", "row", "operation", "tiers");
-  size_t withSimd = 0, missing = 0;
+  size_t withSimd = 0, withDsp = 0, missing = 0;
   for (const TvxSampleEntry& e : kTvxSamples) {
     const Lanes lanes = lanesState(e);
     std::string tiers = hasReference(e) ? "CPU" : "CPU(missing)";
     if (lanes == Lanes::kReady) tiers += " LANES";
     else if (lanes == Lanes::kMissing) tiers += " LANES(missing)";
     else if (lanes == Lanes::kNotSelected) tiers += " LANES(no SIMD target on this CPU)";
+    if (hasDspForm(e)) tiers += " DSP";
     withSimd += e.simd;
+    withDsp += hasDspForm(e);
     missing += !hasReference(e) + (lanes == Lanes::kMissing);
     std::printf("%4u  %-30s %s\n", e.row, e.name, tiers.c_str());
   }
-  std::printf("\n%zu operations, %zu with a SIMD tier", std::size(kTvxSamples), withSimd);
+  std::printf("\n%zu operations, %zu with a SIMD tier, %zu with a remote (DSP) form", std::size(kTvxSamples),
+              withSimd, withDsp);
   if (missing) std::printf("; %zu variants not linked (marked missing)", missing);
   std::printf(".\n");
   return kExitOk;
@@ -315,26 +435,41 @@ int benchCommand(const char* pattern) {
     std::fprintf(stderr, "tavix bench: no operation name contains '%s'\n", pattern);
     return kExitUsage;
   }
-  SampleBuffers buffers;
-  std::printf("Time per call of each operation's sample on pseudo-random data (thread CPU time): the median\n"
-              "of %d rounds of ~%.0f ms per tier, the reference (CPU) and SIMD (LANES) tiers interleaved.\n"
-              "Operations whose %ux%u reference call would exceed %.0f ms run at the largest smaller size\n"
-              "that fits.\n\n",
-              kRounds, kRoundSeconds * 1e3, kFullSize.width, kFullSize.height, kMaxReferenceCall * 1e3);
-  printRow("operation", "size", "reference", "SIMD", "speed-up", "");
-  double logSum = 0;
-  size_t compared = 0;
-  for (const TvxSampleEntry& e : kTvxSamples) {
-    if (!std::strstr(e.name, pattern)) continue;
-    const double speedup = benchOne(e, buffers);
-    if (speedup > 0) {
-      logSum += std::log(speedup);
-      ++compared;
+  const bool dsp = openDspSession();
+  {
+    SampleBuffers buffers(dsp);
+    if (dsp) {
+      std::printf("Time per call of each operation's sample on pseudo-random data (wall time): the median of %d\n"
+                  "rounds of ~%.0f ms per tier, the reference (CPU), SIMD (LANES) and remote (%s) tiers interleaved.\n"
+                  "Remote calls go to the host DSP at %s, which runs the reference kernels;\n"
+                  "the buffers come from tvxMemAlloc, registered with the DSP, which reads and writes them in place.\n"
+                  "Operations whose %ux%u reference call would exceed %.0f ms run at the largest smaller size\n"
+                  "that fits.\n\n",
+                  kRounds, kRoundSeconds * 1e3, tvxImplChar[g_dspTier], std::getenv("TAVIX_DSP_SOCKET"),
+                  kFullSize.width, kFullSize.height, kMaxReferenceCall * 1e3);
+    } else {
+      std::printf("Time per call of each operation's sample on pseudo-random data (thread CPU time): the median\n"
+                  "of %d rounds of ~%.0f ms per tier, the reference (CPU) and SIMD (LANES) tiers interleaved.\n"
+                  "Operations whose %ux%u reference call would exceed %.0f ms run at the largest smaller size\n"
+                  "that fits.\n\n",
+                  kRounds, kRoundSeconds * 1e3, kFullSize.width, kFullSize.height, kMaxReferenceCall * 1e3);
+    }
+    printRow("operation", "size", "reference", "SIMD", "speed-up", "DSP", "");
+    GeometricMean simd, remote;
+    for (const TvxSampleEntry& e : kTvxSamples) {
+      if (!std::strstr(e.name, pattern)) continue;
+      const Speedups s = benchOne(e, buffers);
+      simd.add(s.simd);
+      remote.add(s.dsp);
+    }
+    if (simd.count) {
+      std::printf("\ngeometric mean speed-up of the SIMD tier over %zu operations: %.2fx\n", simd.count, simd.value());
+    }
+    if (remote.count) {
+      std::printf("geometric mean of reference time / DSP time over %zu operations: %.2fx\n", remote.count,
+                  remote.value());
     }
   }
-  if (compared) {
-    std::printf("\ngeometric mean speed-up of the SIMD tier over %zu operations: %.2fx\n", compared,
-                std::exp(logSum / compared));
-  }
+  closeDspSession();
   return kExitOk;
 }

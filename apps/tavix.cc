@@ -15,7 +15,8 @@ void printUsage(FILE* out) {
                "usage:\n"
                "  tavix list                          implemented operations, their rows and tiers\n"
                "  tavix bench [pattern]               reference vs SIMD time of every operation whose\n"
-               "                                      name contains pattern, on a 1920x1080 image\n"
+               "                                      name contains pattern, on a 1920x1080 image; with\n"
+               "                                      TAVIX_DSP_SOCKET naming a host DSP, also the DSP tier\n"
                "  tavix run [--tier cpu|lanes] OP in out [args]\n"
                "                                      runs OP on an image file (png, jpg, bmp, tga, pgm,\n"
                "                                      ppm in; png, jpg, bmp, tga, pgm, ppm out)\n"
@@ -23,11 +24,9 @@ void printUsage(FILE* out) {
                runUsage().c_str());
 }
 
-// The mode call reports on stderr that a host has neither DSP nor GPU; that is always true
-// here and would only clutter the tool's output.
-void quietSink(int, const char*, const char*) {}
-
 }  // namespace
+
+void quietSink(int, const char*, const char*) {}
 
 int main(int argc, char** argv) {
   if (argc < 2) {

@@ -6,6 +6,10 @@
 
 enum ExitCode : int { kExitOk = 0, kExitFailed = 1, kExitUsage = 2 };
 
+// A log sink that drops every line. The mode calls report on stderr what a host lacks (a DSP
+// without TAVIX_DSP_SOCKET, a GPU always), which would only clutter the tool's output.
+void quietSink(int priority, const char* tag, const char* message);
+
 int listCommand();
 int benchCommand(const char* pattern);
 // args: [--tier cpu|lanes] OP in out [op arguments...]

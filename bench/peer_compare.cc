@@ -2,10 +2,10 @@
 // operation) on the same 1920x1080 images in one process; an argument limits the run to the
 // operations whose label contains it. Machines shared with other work are noisy, so every
 // operation runs short interleaved rounds (library, peers, a memcpy of one image) and the table
-// reports medians.
+// reports medians. A last section times the DSP tier through a host DSP process (peer_dsp.cc);
+// the argument "dsp" runs it alone.
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -14,54 +14,7 @@
 
 namespace {
 
-constexpr int kRounds = 15;
-constexpr double kRoundSeconds = 0.020;
-
 volatile uint64_t g_sink;
-
-// CPU time of this thread: time slices that other processes take on a shared machine do not
-// count.
-double threadSeconds() {
-  timespec now;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
-}
-
-double secondsPerCall(const std::function<void()>& fn, uint64_t calls) {
-  const double start = threadSeconds();
-  for (uint64_t i = 0; i < calls; ++i) fn();
-  return (threadSeconds() - start) / double(calls);
-}
-
-// Calls that fill one round, from the fastest of a few single calls (the first warms up).
-uint64_t callsPerRound(const std::function<void()>& fn) {
-  double single = secondsPerCall(fn, 1);
-  for (int i = 0; i < 3; ++i) single = std::min(single, secondsPerCall(fn, 1));
-  return static_cast<uint64_t>(std::clamp(kRoundSeconds / std::max(single, 1e-9), 1.0, 1e9));
-}
-
-double median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
-
-// Median seconds per call of each function, over rounds that run every function in turn
-// (starting with a different one each round).
-std::vector<double> interleavedMedians(const std::vector<std::function<void()>>& fns) {
-  const size_t n = fns.size();
-  std::vector<uint64_t> calls(n);
-  for (size_t k = 0; k < n; ++k) calls[k] = callsPerRound(fns[k]);
-  std::vector<std::vector<double>> times(n);
-  for (int r = 0; r < kRounds; ++r) {
-    for (size_t i = 0; i < n; ++i) {
-      const size_t k = (i + static_cast<size_t>(r)) % n;
-      times[k].push_back(secondsPerCall(fns[k], calls[k]));
-    }
-  }
-  std::vector<double> medians;
-  for (auto& t : times) medians.push_back(median(t));
-  return medians;
-}
 
 struct Result {
   const PeerPair* pair;
@@ -127,7 +80,7 @@ void printPeerTable(const std::vector<Result>& results, const PeerImages& images
 void printOverheadTable() {
   std::printf("\nEntry-point overhead: ns per call of a tiny operation through its public entry and by a\n"
               "direct call of the variant the entry dispatches to (median of %d interleaved rounds of ~%.0f ms).\n\n",
-              kRounds, kRoundSeconds * 1e3);
+              kPeerRounds, kPeerRoundSeconds * 1e3);
   std::printf("%-30s %6s %14s %15s %11s\n", "call", "tier", "public entry", "direct variant", "difference");
   for (const OverheadPair& o : makeOverheadPairs()) {
     if (!o.available()) {
@@ -143,11 +96,7 @@ void printOverheadTable() {
   std::printf("goal: difference below 5 ns.\n");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  setUpPeerRun();
-  PeerImages images;
+void runPeerSection(PeerImages& images, const std::string& only) {
   std::printf("Library (SIMD tier) vs OpenCV on %dx%d u8 images: same process, same images, one thread.\n",
               kPeerWidth, kPeerHeight);
   std::printf("%s\n\n", peerRunDescription().c_str());
@@ -158,11 +107,10 @@ int main(int argc, char** argv) {
               "speed-up: OpenCV time / library time.   vs libyuv: libyuv time / library time.\n"
               "vs copy:  library time / copy time.\n"
               "output:   the two results compared after one call of each.\n\n",
-              kRounds, kRoundSeconds * 1e3, kPeerWidth, kPeerHeight, images.imageBytes() / 1e6);
+              kPeerRounds, kPeerRoundSeconds * 1e3, kPeerWidth, kPeerHeight, images.imageBytes() / 1e6);
 
   std::vector<PeerPair> pairs = makePeerPairs(images);
   std::vector<Result> results;
-  const std::string only = argc > 1 ? argv[1] : "";  // optional: labels containing this text
   for (const PeerPair& p : pairs) {
     if (!only.empty() && p.label.find(only) == std::string::npos) continue;
     Result r{&p, 0, 0, 0, 0, "", ""};
@@ -187,5 +135,18 @@ int main(int argc, char** argv) {
   }
   printPeerTable(results, images);
   printOverheadTable();
-  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  setUpPeerRun();
+  PeerImages images;
+  // Optional: "dsp" runs the DSP section alone; other text limits the peer table to the labels
+  // containing it and leaves the DSP section out.
+  const std::string only = argc > 1 ? argv[1] : "";
+  if (only != "dsp") runPeerSection(images, only);
+  if (!only.empty() && only != "dsp") return 0;
+  const bool ranOnDsp = runDspSection(images);
+  return ranOnDsp || only.empty() ? 0 : 1;
 }

@@ -81,3 +81,26 @@ std::vector<OverheadPair> makeOverheadPairs();
 void setUpPeerRun();
 // e.g. "SIMD target AVX3; OpenCV 4.6.0, 1 thread"
 std::string peerRunDescription();
+
+// ---- timing (peer_timing.cc) --------------------------------------------------------------
+
+// Machines shared with other work are noisy: the functions compared run short rounds in turn,
+// each round starting with a different one, and each function's median round is reported.
+constexpr int kPeerRounds = 15;
+constexpr double kPeerRoundSeconds = 0.020;
+
+// Thread CPU time leaves out the time slices other processes take; wall time also counts the
+// waits of a call whose work runs in another process (the host DSP).
+enum class PeerClock { kThreadCpu, kWall };
+double peerSeconds(PeerClock clock);
+double medianOf(std::vector<double> v);
+// Median seconds per call of each function, from interleaved rounds.
+std::vector<double> interleavedMedians(const std::vector<std::function<void()>>& fns,
+                                       PeerClock clock = PeerClock::kThreadCpu);
+
+// ---- the DSP path (peer_dsp.cc) -----------------------------------------------------------
+
+// The remote (DSP) tier through a host DSP process next to the reference and SIMD tiers: the
+// round trip of a tiny call and a 1920x1080 Gaussian 3x3 with copied and with registered
+// buffers. Prints its table and goals; false when no host DSP could be reached or used.
+bool runDspSection(const PeerImages& images);

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <dirent.h>
 #include <string>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -131,6 +132,16 @@ void ExpectRemoteEqualsReference(const TvxSampleEntry& e, Buffers& remote, Buffe
   EXPECT_TRUE(remote.Same(reference, &which)) << "buffer " << which << " differs";
 }
 
+struct MedianCase {
+  std::vector<uint8_t> src = std::vector<uint8_t>(48 * 20), expected = std::vector<uint8_t>(48 * 20),
+                       dst = std::vector<uint8_t>(48 * 20);
+  MedianCase() {
+    for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>((i * 131) ^ (i >> 3));
+    tvxFilterMedian3x3u8_v3C(src.data(), 48, 20, 48, expected.data(), 48, 2, 0);
+  }
+  int32_t Run() { return tvxFilterMedian3x3u8_v3(src.data(), 48, 20, 48, dst.data(), 48, 2, 0); }
+};
+
 // ---- session, modes and channels -------------------------------------------------------------
 
 TEST_F(RemoteTest, OffloadModeOpensSessionChoosesComputeTierAndCleanUpClosesIt) {
@@ -224,17 +235,56 @@ TEST_F(RemoteTest, ModemDomainExtendedModeMovesEveryStubbedRowAndClearsTheCheckF
   EXPECT_EQ(cdsp_domain_handle, 0u);
 }
 
+TEST_F(RemoteTest, RemoteLibraryModeKeepsTheTablesAndClearsTheRemotePointers) {
+  HostDsp dsp;
+  ASSERT_EQ(tvxSetOperationMode(TAVIX_OP_CPU_OFFLOAD), 0);
+  ASSERT_EQ(tvxFilterGaussian3x3u8_v2R_, &tvxFilterGaussian3x3u8_v2Q);
+  tvxImplTable[TVX_ROW_tvxAbsDiffu8] = 0;  // a tier the remote-library mode must not reset
+  ASSERT_EQ(tvxInitRemoteLib(TAVIX_OP_EXT_RDSP), 0);
+  EXPECT_EQ(tvxFilterGaussian3x3u8_v2R_, nullptr);
+  EXPECT_EQ(HW_constraint_checks_enable, 0u);
+  EXPECT_EQ(tvxImplTable[TVX_ROW_tvxFilterMedian3x3u8], 5u);
+  EXPECT_EQ(tvxImplTable[TVX_ROW_tvxAbsDiffu8], 5u);
+  tvx_set_log_sink(&Capture);
+  setDefaultDSPValue(9);
+  EXPECT_EQ(tvxInitRemoteLib(TAVIX_OP_EXT_RDSP), 0);
+  EXPECT_EQ(CountLines("defaultDSP flag is not set. Hence unable to set memory pointers for Tavix functions"), 1u);
+  EXPECT_EQ(CountLines("defaultDSP flag is not set. Hence unable to set index for Tavix functions"), 1u);
+}
+
+// A buffer the application maps itself and registers through the registration row crosses by
+// reference; the cache operation reaches the DSP's view of it.
+TEST_F(RemoteTest, BufferRegisteredThroughTheRegistrationRowIsNotCopied) {
+  HostDsp dsp;
+  ASSERT_EQ(tvxSetOperationMode(TAVIX_OP_CPU_OFFLOAD), 0);
+  ASSERT_EQ(tvxInternalImplTable[TVX_IROW_tvxRegisterBuf], 5u);
+  constexpr uint32_t kBytes = 2 * 48 * 20;
+  const int fd = memfd_create("tavix-test", MFD_CLOEXEC);
+  ASSERT_EQ(ftruncate(fd, 4096), 0);
+  auto* block = static_cast<uint8_t*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+  ASSERT_NE(block, MAP_FAILED);
+  EXPECT_EQ(tvxRegisterBuf(block, 4096, fd), 0);
+  MedianCase m;
+  memcpy(block, m.src.data(), m.src.size());
+  tvxSetOperationMode(TAVIX_OP_EXT_RDSP);
+  uint64_t bytesBefore = 0, bytesAfter = 0;
+  DspCalls(TVX_ROW_tvxFilterMedian3x3u8_v3, &bytesBefore);
+  EXPECT_EQ(tvxFilterMedian3x3u8_v3(block, 48, 20, 48, block + 48 * 20, 48, 2, 0), 0);
+  DspCalls(TVX_ROW_tvxFilterMedian3x3u8_v3, &bytesAfter);
+  EXPECT_EQ(bytesAfter - bytesBefore, 0u);
+  EXPECT_EQ(0, memcmp(block + 48 * 20, m.expected.data(), m.expected.size()));
+  EXPECT_EQ(tvx_cache_flush_invalidateQ(block, kBytes), 0);
+  EXPECT_EQ(tvxRegisterBuf(block, 4096, -1), 0);  // unregistered: copied again
+  DspCalls(TVX_ROW_tvxFilterMedian3x3u8_v3, &bytesBefore);
+  EXPECT_EQ(tvxFilterMedian3x3u8_v3(block, 48, 20, 48, block + 48 * 20, 48, 2, 0), 0);
+  DspCalls(TVX_ROW_tvxFilterMedian3x3u8_v3, &bytesAfter);
+  EXPECT_EQ(bytesAfter - bytesBefore, 3u * 48 * 20) << "source in, destination in and out";
+  munmap(block, 4096);
+  close(fd);
+}
+
 // ---- failures and restart recovery ----------------------------------------------------------
 
-struct MedianCase {
-  std::vector<uint8_t> src = std::vector<uint8_t>(48 * 20), expected = std::vector<uint8_t>(48 * 20),
-                       dst = std::vector<uint8_t>(48 * 20);
-  MedianCase() {
-    for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>((i * 131) ^ (i >> 3));
-    tvxFilterMedian3x3u8_v3C(src.data(), 48, 20, 48, expected.data(), 48, 2, 0);
-  }
-  int32_t Run() { return tvxFilterMedian3x3u8_v3(src.data(), 48, 20, 48, dst.data(), 48, 2, 0); }
-};
 
 TEST_F(RemoteTest, FailingDspStatusFallsBackToTheSimdTier) {
   HostDsp dsp({"--fail-status", "5"});
@@ -344,6 +394,19 @@ TEST_F(RemoteTest, DspThatExitsInTheMiddleOfACallIsSurvived) {
     EXPECT_EQ(m.Run(), 0);
     EXPECT_EQ(m.dst, m.expected) << "call " << i;
   }
+}
+
+TEST_F(RemoteTest, SharedBlockFreedAfterCleanUpIsStillReleasedByTheSharedAllocator) {
+  HostDsp dsp;
+  ASSERT_EQ(tvxSetOperationMode(TAVIX_OP_CPU_OFFLOAD), 0);
+  const uint32_t before = tvx_shared_mem_records_in_use();
+  void* block = tvxMemAlloc(5000, 64);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 4096, 0u);
+  EXPECT_EQ(tvx_shared_mem_records_in_use(), before + 1);
+  tvxCleanUp();
+  tvxMemFree(block);  // no distance byte before it: a heap release would corrupt the heap
+  EXPECT_EQ(tvx_shared_mem_records_in_use(), before);
 }
 
 // ---- every operation through the DSP ---------------------------------------------------------

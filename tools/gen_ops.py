@@ -572,6 +572,25 @@ def gen_api_md(rows, ops, helpers, family):
                 out.append(f"- GPU tier drops to LANES unless `{op.gpu}`")
             out.append(f"- tiers: {tier(op)}")
             out.append("")
+    out += ["## Remote family", "",
+            "Every entry listed with the tiers ADSP, CDSP, MDSP has, not exported, `<name>Q_abstractionLayer`,",
+            "`<name>Qa`, `<name>Qc`, `<name>Qm` (slots 4, 5, 6), the generic `<name>Q` (by `setDefaultDSPValue`)",
+            "and the pointer `<name>R_` that the low-power, performance and CPU-offload modes bind to `<name>Q`.",
+            "Behaviour chosen where it was ours to choose:", "",
+            "- The stub entry `tavixdsp_<name>Q` takes the two handle halves, then the parameters in order, every",
+            "  pointer followed by its element count as the entry's registry states it (an image: stride times",
+            "  height, in elements of the pointer's type); a returned value comes back through a trailing pointer.",
+            "- Output buffers travel to the DSP and back whole, so bytes of a strided image that the operation",
+            "  does not write (the padding) come back unchanged. Buffers inside registered shared memory",
+            "  (blocks from `tvxMemAlloc` while a DSP session is up) are not copied at all.",
+            "- A count beyond 32 bits is not sent: the call runs on the SIMD tier.",
+            "- After a DSP restart with successful recovery, a status entry returns the result of reapplying",
+            "  the mode when that is not 0, else the operation's own status; other entries return their value.",
+            "  Recoveries of several threads run one after the other.",
+            "- `uQacmIndex` moves an internal row to a domain tier only where that slot holds a stub.",
+            "- Remote-only: `tvx_cache_flush_invalidateQ` (and `Qa`, `Qc`, `Qm`) flushes and invalidates the",
+            "  DSP's view of a buffer inside registered shared memory; for any other buffer it does nothing",
+            "  and returns 0. It has no row and no CPU fallback: it returns the remote status.", ""]
     out += ["## Internal helper pointers", "",
             "Not exported. Each global starts on its reference kernel; every mode selection rebinds it",
             "to the reference kernel (`uCHelper`) and, where the SIMD tier is available, to the SIMD",

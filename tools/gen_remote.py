@@ -51,6 +51,39 @@ def counts_lambda(op):
     return (f"[]({params}) -> std::array<tvxdsp::Count, {n}> {{ return {{{body}}}; }}({args})")
 
 
+INT_TYPE = re.compile(r"(const\s+)?u?int(8|16|32|64)_t")
+
+
+def row_checks(op):
+    """Host DSP checks that keep every row a kernel touches inside its buffer, which the counts
+    and the operation's condition do not promise on their own: a stride is at least a row long
+    (its stride0 length, evaluated in 64 bits so that nothing wraps), and a byte stride that a
+    count divides into elements holds whole elements. Each binds while a buffer whose count
+    names the stride is there."""
+    ints = [p.name for p in op.params if not p.is_ptr and INT_TYPE.fullmatch(p.type)]
+    params = {p.name for p in op.params}
+
+    def named(name, text):
+        return re.search(rf"\b{name}\b", text) is not None
+
+    def unless_absent(stride, check):
+        owners = [p.name for p in pointers(op) if named(stride, p.count)]
+        return f"(({' && '.join('!' + o for o in owners)}) || {check})" if owners else check
+
+    checks = []
+    for stride, expr in op.stride0.items():
+        used = set(re.findall(r"\b[A-Za-z_]\w*\b", expr)) & params
+        if stride not in ints or not used <= set(ints):
+            continue
+        wide = re.sub(r"\b[A-Za-z_]\w*\b", lambda m: f"int64_t({m[0]})" if m[0] in used else m[0], expr)
+        checks.append(unless_absent(stride, f"int64_t({stride}) >= ({wide})"))
+    for p in pointers(op):
+        for stride, k in re.findall(r"\b([A-Za-z_]\w*)\s*/\s*(\d+)", p.count):
+            if stride in op.stride0 and stride in ints:
+                checks.append(f"(!{p.name} || sizeof(*{p.name}) != {k} || {stride} % {k} == 0)")
+    return checks
+
+
 def stub_params(op):
     out = ["uint32_t handleLow", "uint32_t handleHigh"]
     for p in op.params:
@@ -261,6 +294,9 @@ def gen_dsp_server(family):
             checks += [f"tvxdsp::Covers({p.name}Bytes, counts[{i}], sizeof(*{p.name}))" for i, p in enumerate(ptrs)]
         if checks:
             out.append(f"  if (!({' && '.join(checks)})) return tvxdsp::kStatusBadArguments;")
+        rows = row_checks(op)
+        if rows:
+            out.append(f"  if (!({' && '.join(rows)})) return tvxdsp::kStatusBadArguments;")
         if op.cond.strip() != "1":
             out.append(f"  if (!({op.cond})) return tvxdsp::kStatusBadArguments;")
         call = f"{op.dsp_kernel}({op.args()})"
@@ -286,8 +322,27 @@ def gen_dsp_server(family):
     return "\n".join(out) + "\n"
 
 
+ELEMENT_BYTES = {"uint16_t": 2, "int16_t": 2, "uint32_t": 4, "int32_t": 4, "float": 4, "float32_t": 4,
+                 "double": 8, "int64_t": 8, "uint64_t": 8}
+
+
+def check_counts(op):
+    """Counts are in elements and strides in bytes: a wider element's count divides each stride
+    it names by the element size (or the whole product), or the DSP copies past the buffer."""
+    for p in pointers(op):
+        n = ELEMENT_BYTES.get(p.type.replace("const", "").replace("*", "").strip())
+        if not n or p.count.replace(" ", "").endswith(f"/{n}"):
+            continue
+        for m in re.finditer(r"\b(\w*Stride)\b(\s*/\s*(\d+))?", p.count):
+            if m.group(3) != str(n):
+                sys.exit(f"gen_remote: {op.name}: {p.name} counts {n}-byte elements but its count "
+                         f"'{p.count}' uses the byte stride {m.group(1)} without /{n}")
+
+
 def number_family(ops, remote_only):
     family = [op for op in ops if op.dsp] + remote_only
+    for op in family:
+        check_counts(op)
     for i, op in enumerate(remote_only):
         op.number = op_number(op, i)
     for op in ops:

@@ -9,6 +9,7 @@
 #include <mutex>
 
 #include "frame/frame.h"
+#include "remote/shared_mem.h"
 
 extern "C" {
 // Shared-memory allocator hooks; the DSP shared-memory layer installs them.
@@ -92,7 +93,13 @@ void tvxMemFree(void* pointer) {
   if (pointer == nullptr) return;
   // A zero result means the shared allocator owned the block; anything else means it does
   // not know it, so it came from tvxMemAlign.
-  if (tvxSharedMemAlloc_ != nullptr && tvxSharedMemFree_ != nullptr && tvxSharedMemFree_(pointer) == 0) return;
+  if (tvxSharedMemAlloc_ != nullptr && tvxSharedMemFree_ != nullptr) {
+    if (tvxSharedMemFree_(pointer) == 0) return;
+  } else if (tvxSharedMemFreeQ(pointer) == 0) {
+    // A shared block handed out before clean-up uninstalled the allocator: it has no distance
+    // byte, so only the shared allocator can release it.
+    return;
+  }
   tvxMemAlignFree(pointer);
 }
 
