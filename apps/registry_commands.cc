@@ -16,13 +16,6 @@
 #include "stub/call.h"
 #include "tool.h"
 
-#define TVX_SAMPLE_BUFFERS 12
-struct TvxSample {
-  void* buf[TVX_SAMPLE_BUFFERS];
-  uint32_t width, height;
-  bool nullFirst;
-  uint32_t pad;
-};
 #include "samples.inc"
 
 namespace {

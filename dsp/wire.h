@@ -3,7 +3,7 @@
 // 32-bit ARMv7 client talks to a 64-bit x86 host DSP.
 //
 // A message is a 24-byte header {magic, type, a, b, u64 payload length} and its payload.
-// A call's payload is u32 argument count, then per argument:
+// A call's payload is its arguments, their number in the header's `b`; per argument:
 //   scalar:  u8 kind=1, u64 value (integers sign- or zero-extended, float as its 32 bits)
 //   null:    u8 kind=2, u8 direction
 //   inline:  u8 kind=3, u8 direction, u64 byte length, the bytes

@@ -10,13 +10,6 @@
 #include "frame/frame.h"
 #include "frame/hw.h"
 
-#define TVX_SAMPLE_BUFFERS 12
-struct TvxSample {
-  void* buf[TVX_SAMPLE_BUFFERS];
-  uint32_t width, height;
-  bool nullFirst;
-  uint32_t pad;
-};
 #include "samples.inc"
 #include "log_capture.h"
 

@@ -25,13 +25,6 @@
 #include "stub/call.h"
 #include "wire.h"
 
-#define TVX_SAMPLE_BUFFERS 12
-struct TvxSample {
-  void* buf[TVX_SAMPLE_BUFFERS];
-  uint32_t width, height;
-  bool nullFirst;
-  uint32_t pad;
-};
 #include "samples.inc"
 
 namespace {

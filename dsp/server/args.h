@@ -31,10 +31,14 @@ class Args {
     return ScalarFromBits<T>(r_.U64());
   }
 
+  // The kernel reads T through the pointer, so a shared reference at an offset that T's
+  // alignment does not divide is refused like a malformed one (inline copies are aligned).
   template <typename T>
   T* Buffer(int64_t* bytes) {
     *bytes = 0;
-    return static_cast<T*>(RawBuffer(bytes));
+    void* data = RawBuffer(bytes);
+    if (reinterpret_cast<uintptr_t>(data) % alignof(T) != 0) return Fail<T*>();
+    return static_cast<T*>(data);
   }
 
   template <typename T>

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <thread>
 #include <unistd.h>
@@ -65,6 +66,12 @@ Channel::~Channel() {
 }
 
 Reply Channel::Handle(const Header& h, const uint8_t* payload, size_t size, int fd) {
+  // Only a registration keeps the descriptor that came along; any other message gives it back
+  // at once, or a client could run the host DSP out of descriptors.
+  if (fd >= 0 && h.type != kRegister) {
+    close(fd);
+    fd = -1;
+  }
   Reader r(payload, size);
   switch (h.type) {
     case kOpen: {
@@ -102,7 +109,11 @@ Reply Channel::Handle(const Header& h, const uint8_t* payload, size_t size, int 
     }
     case kRegister: {
       const uint64_t length = r.U64();
-      if (fd < 0 || !r.ok() || !r.done() || length == 0 || length > kMaxPayload * 4) {
+      // The block may not reach past the end of what the descriptor holds: touching such a
+      // mapping beyond the end of the file raises SIGBUS.
+      struct stat file;
+      if (fd < 0 || !r.ok() || !r.done() || length == 0 || length > kMaxPayload * 4 || fstat(fd, &file) != 0 ||
+          file.st_size < 0 || static_cast<uint64_t>(file.st_size) < length) {
         if (fd >= 0) close(fd);
         return Status(kStatusBadMessage);
       }
@@ -139,10 +150,8 @@ Reply Channel::Handle(const Header& h, const uint8_t* payload, size_t size, int 
       return reply;
     }
     case kCall:
-      if (fd >= 0) close(fd);
       return Call(h, payload, size);
     default:
-      if (fd >= 0) close(fd);
       return Status(kStatusBadMessage);
   }
 }

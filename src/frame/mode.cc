@@ -20,15 +20,19 @@ uint32_t g_hwMask = 0;  // mask of the mode being applied, read by the mode tabl
 
 constexpr uint32_t kExtendedBit = 0x80000000u;
 
+void registerMasterManager() {
+  tvxFuncManager = {tvxImplTable, TVX_NUM_ROWS, &tvxFuncTable[0][0], tvxInternalImplTable,
+                    TVX_NUM_INTERNAL_ROWS, &tvxInternalFuncTable[0][0], TVX_NUM_IMPL};
+  if (tvxInitializeMasterFuncManager(&tvxFuncManager) != 0)
+    tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "tvxInitializeMasterFuncManager is failed");
+}
+
 void firstFill(uint32_t mask) {
   for (uint32_t slot = 0; slot <= 3; ++slot) uCTable(slot);
   if (mask & TVX_HW_SIMD) {
     for (uint32_t slot = 1; slot <= 3; ++slot) uVTable(slot);
   }
-  tvxFuncManager = {tvxImplTable, TVX_NUM_ROWS, &tvxFuncTable[0][0], tvxInternalImplTable,
-                    TVX_NUM_INTERNAL_ROWS, &tvxInternalFuncTable[0][0], TVX_NUM_IMPL};
-  if (tvxInitializeMasterFuncManager(&tvxFuncManager) != 0)
-    tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "tvxInitializeMasterFuncManager is failed");
+  registerMasterManager();
   tvxTableHWInit(tvxFuncTable, tvxInternalFuncTable, mask & TVX_HW_DSP, mask & TVX_HW_GPU);
   g_tablesReady = true;
 }
@@ -80,6 +84,43 @@ void fillDefaultDomainSlot(const char* unsetMessage) {
   }
 }
 
+// Every row with a stub in the default domain's slot onto that domain's tier.
+void indexDefaultDomain(const char* unsetMessage) {
+  if (defaultDSP >= 0 && defaultDSP <= 2) {
+    uQacmIndex(tvxMasterFuncManager(), TVX_IMPL_ADSP + static_cast<uint32_t>(defaultDSP));
+  } else {
+    tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "%s", unsetMessage);
+  }
+}
+
+// The operation sets of the DSP-backed modes 0-2 (and the CPU-offload mode's empty hooks).
+void chooseModeSets(int32_t mode, uint32_t mask) {
+  switch (mode) {
+    case TAVIX_OP_LOW_POWER:
+      uHWLowPowerMode();
+      uHWLowPowerModeTable(tvxMasterFuncManager());
+      break;
+    case TAVIX_OP_PERFORMANCE:
+      uHWPerformanceMode();
+      uHWPerformanceModeTable(tvxMasterFuncManager());
+      break;
+    case TAVIX_OP_CPU_OFFLOAD:
+      if (mask & 0x10u) uF();
+      if (mask & 0x200u) uD();
+      if (mask & TVX_HW_GPU) {
+        uG();
+        uGIndex(tvxMasterFuncManager());
+      }
+      if (mask & TVX_HW_DSP) {
+        uQCpuOffloadMode();
+        uQCpuOffloadModeTable(tvxMasterFuncManager());
+      }
+      break;
+    default:
+      break;
+  }
+}
+
 int32_t applyMode(int32_t mode) {
   tvxSetHWFlag(1);
   tvxAvailableProcessors();
@@ -109,13 +150,7 @@ int32_t applyMode(int32_t mode) {
         return 0;
       case 8: case 1024:
         tvxSetHWFlag(0);
-        if (mask & TVX_HW_DSP) {
-          if (defaultDSP >= 0 && defaultDSP <= 2) {
-            uQacmIndex(tvxMasterFuncManager(), TVX_IMPL_ADSP + static_cast<uint32_t>(defaultDSP));
-          } else {
-            tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "defaultDSP flag is not set. Hence failed to set index for Q Tables");
-          }
-        }
+        if (mask & TVX_HW_DSP) indexDefaultDomain("defaultDSP flag is not set. Hence failed to set index for Q Tables");
         return 0;
       case 32:
         if (mask & TVX_HW_GPU) {
@@ -133,30 +168,7 @@ int32_t applyMode(int32_t mode) {
     uVIndex();
     uVHelper();
   }
-  switch (mode) {
-    case TAVIX_OP_LOW_POWER:
-      uHWLowPowerMode();
-      uHWLowPowerModeTable(tvxMasterFuncManager());
-      break;
-    case TAVIX_OP_PERFORMANCE:
-      uHWPerformanceMode();
-      uHWPerformanceModeTable(tvxMasterFuncManager());
-      break;
-    case TAVIX_OP_CPU_OFFLOAD:
-      if (mask & 0x10u) uF();
-      if (mask & 0x200u) uD();
-      if (mask & TVX_HW_GPU) {
-        uG();
-        uGIndex(tvxMasterFuncManager());
-      }
-      if (mask & TVX_HW_DSP) {
-        uQCpuOffloadMode();
-        uQCpuOffloadModeTable(tvxMasterFuncManager());
-      }
-      break;
-    default:
-      break;
-  }
+  chooseModeSets(mode, mask);
   return 0;
 }
 
@@ -168,11 +180,7 @@ int32_t applyRemoteLibMode(int32_t mode) {
   const uint32_t mask = tvxAvailableHardware(mode);
   if ((mask & 0x86u) == TVX_HW_PROBED) return 999;
   g_hwMask = mask;
-  if (!tvxMasterFuncManager()) {
-    tvxFuncManager = {tvxImplTable, TVX_NUM_ROWS, &tvxFuncTable[0][0], tvxInternalImplTable,
-                      TVX_NUM_INTERNAL_ROWS, &tvxInternalFuncTable[0][0], TVX_NUM_IMPL};
-    tvxInitializeMasterFuncManager(&tvxFuncManager);
-  }
+  if (!tvxMasterFuncManager()) registerMasterManager();
   uRNull();
   fillDefaultDomainSlot("defaultDSP flag is not set. Hence unable to set memory pointers for Tavix functions");
   const bool simd = mask & TVX_HW_SIMD;
@@ -181,35 +189,13 @@ int32_t applyRemoteLibMode(int32_t mode) {
     if (x != 2 && simd) uVIndex();
     if (x == 8 || x == 1024) {
       tvxSetHWFlag(0);
-      if (defaultDSP >= 0 && defaultDSP <= 2) {
-        uQacmIndex(tvxMasterFuncManager(), TVX_IMPL_ADSP + static_cast<uint32_t>(defaultDSP));
-      } else {
-        tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "%s",
-                "defaultDSP flag is not set. Hence unable to set index for Tavix functions");
-      }
+      indexDefaultDomain("defaultDSP flag is not set. Hence unable to set index for Tavix functions");
     }
     return 0;
   }
   if (!(mask & TVX_HW_TARGET) || mode > 3) return 0;
   if (simd) uVIndex();
-  switch (mode) {
-    case TAVIX_OP_LOW_POWER:
-      uHWLowPowerMode();
-      uHWLowPowerModeTable(tvxMasterFuncManager());
-      break;
-    case TAVIX_OP_PERFORMANCE:
-      uHWPerformanceMode();
-      uHWPerformanceModeTable(tvxMasterFuncManager());
-      break;
-    case TAVIX_OP_CPU_OFFLOAD:
-      if (mask & TVX_HW_DSP) {
-        uQCpuOffloadMode();
-        uQCpuOffloadModeTable(tvxMasterFuncManager());
-      }
-      break;
-    default:
-      break;
-  }
+  chooseModeSets(mode, mask);
   return 0;
 }
 

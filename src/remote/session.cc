@@ -6,7 +6,6 @@
 #include <dlfcn.h>
 #include <pthread.h>
 
-#include <atomic>
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
@@ -36,12 +35,6 @@ uint32_t R6_constraint_checks_enable = 1;
           static_cast<uint64_t>(handle), __LINE__, __FILE__)
 
 namespace {
-
-const TvxDspStub kStubLibrary = {&tavixdsp_open,     &tavixdsp_close,          &tavixdsp_initR6_with_attributes,
-                                 &tavixdsp_deinitR6, &tavixdsp_tvxGetVersionQ, &tavixdsp_tvxR6GetClk};
-std::atomic<const TvxDspStub*> g_stub{&kStubLibrary};
-
-const TvxDspStub& Stub() { return *g_stub.load(); }
 
 struct Domain {
   const char* name;   // as in the handle's name and the channel URI
@@ -84,7 +77,7 @@ int32_t OpenChannel(const Domain& domain) {
     snprintf(uri, sizeof uri, "file:///libtavixdsp_skel.so?tavixdsp_skel_handle_invoke&_modver=1.0&_dom=%s",
              domain.name);
     uint64_t handle = 0;
-    status = Stub().open(uri, &handle);
+    status = tavixdsp_open(uri, &handle);
     if (status != 0) {
       tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "\nError: tavixdsp domain open failed on %s", domain.upper);
     } else {
@@ -105,12 +98,12 @@ int32_t CloseChannel(const Domain& domain) {
   if (*domain.count > 0) --*domain.count;
   tvx_log(TVX_LOG_DEBUG, TVX_LIB_TAG, "Begin of domain_channel_close %s_domain_handle=%p %s_domain_handle=%" PRIu64 "\n",
           domain.name, static_cast<void*>(domain.handle), domain.name, *domain.handle);
-  if (Stub().deinitR6(tavixdsp_low(*domain.handle), tavixdsp_high(*domain.handle)) != 0) {
+  if (tavixdsp_deinitR6(tavixdsp_low(*domain.handle), tavixdsp_high(*domain.handle)) != 0) {
     tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "Error while calling tavixdsp_deinitR6 for %s", domain.upper);
   }
   int32_t status = 0;
   if (*domain.count == 0 && *domain.handle != 0) {
-    status = Stub().close(*domain.handle);
+    status = tavixdsp_close(*domain.handle);
     if (status == 0) {
       *domain.handle = 0;
       tvx_log(TVX_LOG_DEBUG, TVX_LIB_TAG, "Succesfully closed channel for %s_domain_handle \n", domain.name);
@@ -193,7 +186,7 @@ void RestartPause() {
 int32_t RecoverChannel(uint32_t handleLow, uint32_t handleHigh) {
   tvx_log(TVX_LOG_DEBUG, TVX_LIB_TAG, "DSP SSR cleanup sequence initiated.");
   uint64_t clock = 0;
-  if (Stub().getClk(handleLow, handleHigh, &clock) == 0) {
+  if (tavixdsp_tvxR6GetClk(handleLow, handleHigh, &clock) == 0) {
     tvx_log(TVX_LOG_DEBUG, TVX_LIB_TAG, "R6 already up. Skipping reload.");
     return 0;
   }
@@ -210,7 +203,7 @@ int32_t RecoverChannel(uint32_t handleLow, uint32_t handleHigh) {
       // handle the default domain holds now.
       const uint64_t handle = HandleOf(defaultDSP);
       TVX_LOG_SESSION_INIT_BEGIN(handle);
-      if (Stub().initR6(tavixdsp_low(handle), tavixdsp_high(handle), nullptr, 0) != 0) {
+      if (tavixdsp_initR6_with_attributes(tavixdsp_low(handle), tavixdsp_high(handle), nullptr, 0) != 0) {
         tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "tavixdsp_tvxR6SessionInit failed");
       }
       RestartPause();
@@ -240,8 +233,6 @@ const char* LoaderError() {
 
 }  // namespace
 
-void tvx_set_dsp_stub_for_test(const TvxDspStub* stub) { g_stub.store(stub != nullptr ? stub : &kStubLibrary); }
-
 extern "C" {
 
 void tvxUpdateR6ConstraintCheckFlag(uint32_t value) { R6_constraint_checks_enable = value; }
@@ -265,7 +256,7 @@ int32_t tvxR6SessionInit_internal(uint64_t handle, const tavixdsp_attribute* att
   TVX_LOG_SESSION_INIT_BEGIN(handle);
   const uint32_t low = tavixdsp_low(handle);
   const uint32_t high = tavixdsp_high(handle);
-  if (Stub().initR6(low, high, attributes, numAttributes) != 0) {
+  if (tavixdsp_initR6_with_attributes(low, high, attributes, numAttributes) != 0) {
     tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "tavixdsp_tvxR6SessionInit failed");
     return -1;
   }
@@ -273,7 +264,7 @@ int32_t tvxR6SessionInit_internal(uint64_t handle, const tavixdsp_attribute* att
 
   constexpr int32_t kVersionBytes = 10;
   char dspVersion[kVersionBytes + 1] = {};
-  Stub().getVersion(low, high, dspVersion, kVersionBytes);
+  tavixdsp_tvxGetVersionQ(low, high, dspVersion, kVersionBytes);
   dspVersion[kVersionBytes] = '\0';  // whatever the DSP wrote, the string ends in the buffer
   tvx_log(TVX_LOG_DEBUG, TVX_LIB_TAG, "Checking for tvxVersion  %d %s", __LINE__, __FILE__);
   if (strncmp(versionString, dspVersion, 2) == 0) return 0;

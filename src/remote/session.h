@@ -75,15 +75,3 @@ void tvxCleanUpHW(void);
 
 }  // extern "C"
 
-// Test seam: the stub library functions the session calls. tvx_set_dsp_stub_for_test routes
-// them to a fake DSP; null restores the stub library.
-struct TvxDspStub {
-  int32_t (*open)(const char* uri, uint64_t* handle);
-  int32_t (*close)(uint64_t handle);
-  int32_t (*initR6)(uint32_t handleLow, uint32_t handleHigh, const tavixdsp_attribute* attributes,
-                    int32_t numAttributes);
-  int32_t (*deinitR6)(uint32_t handleLow, uint32_t handleHigh);
-  int32_t (*getVersion)(uint32_t handleLow, uint32_t handleHigh, char* version, int32_t versionLength);
-  int32_t (*getClk)(uint32_t handleLow, uint32_t handleHigh, uint64_t* microseconds);
-};
-void tvx_set_dsp_stub_for_test(const TvxDspStub* stub);
