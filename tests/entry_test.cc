@@ -115,4 +115,38 @@ TEST_F(EntryTest, SimdSlotMatchesReferenceOnSampleCall) {
   }
 }
 
+// Widths whose row size wraps around 32 bits, with small strides: every entry with strides must
+// reject the call and write nothing (conditions are evaluated without wrap-around).
+TEST_F(EntryTest, MaximalWidthsWithSmallStridesAreRejectedWithoutWriting) {
+  for (const TvxSampleEntry& e : kTvxSamples) {
+    if (!e.strided) continue;
+    SCOPED_TRACE(e.name);
+    for (uint32_t width : {0x80000001u, 0x55555556u, 0x40000001u, 0xFFFFFFFFu}) {
+      for (uint32_t height : {1u, 2u}) {
+        Buffers b(width, height);
+        b.sample.stride = 80;
+        b.Fill(kFill);
+        const int64_t result = e.call(b.sample);
+        EXPECT_TRUE(b.AllEqual(kFill)) << "width " << width << " height " << height << " wrote into a buffer";
+        if (e.style != 0) EXPECT_EQ(result, e.style == 1 ? 3 : e.failValue) << width;
+      }
+    }
+  }
+}
+
+TEST_F(EntryTest, RowSizesThatWrapOrOutgrowTheStrideAreRejected) {
+  std::vector<int16_t> a(40 * 20, 1), b(40 * 20, 2), d(40 * 20, 7);
+  EXPECT_EQ(tvxSubtracts16(a.data(), 0x80000001u, 1, 80, b.data(), 80, 1, d.data(), 80), 3);
+  EXPECT_EQ(d, std::vector<int16_t>(40 * 20, 7));
+  // The packed float Sobel's condition compares a byte stride with a width in floats: a stride
+  // of 3 bytes for 3 floats is rejected, logged with the condition as written.
+  std::vector<float> src(3 * 3, 1.0f), dx(9, 5.0f), dy(9, 5.0f);
+  g_lines.clear();
+  tvxImageGradientSobelPlanarf32f32(src.data(), 3, 3, 3, dx.data(), dy.data());
+  ASSERT_EQ(g_lines.size(), 1u);
+  EXPECT_EQ(g_lines[0], tvxtest::AssertLine("tvxImageGradientSobelPlanarf32f32",
+                                             "src && srcWidth && srcHeight && srcStride >= srcWidth && dx && dy"));
+  EXPECT_EQ(dx, std::vector<float>(9, 5.0f));
+}
+
 }  // namespace

@@ -95,6 +95,7 @@ class Op:
         self.sample = merged.get("sample", {})
         self.legacy = merged.get("legacy", [])
         self.inplace_cond = merged.get("inplace_cond")
+        self.safe_cond = merged.get("safe_cond")
         self.call_args = None
         for p in self.stride0:
             if p not in self.names():
@@ -113,7 +114,8 @@ class Op:
         view = copy.copy(self)
         view.params = [Param(p) for p in lg["params"]]
         view.stride0 = {}
-        for key in ("cond", "precheck", "downgrade", "remote", "gpu", "inplace_cond"):
+        view.safe_cond = None
+        for key in ("cond", "precheck", "downgrade", "remote", "gpu", "inplace_cond", "safe_cond"):
             if key in lg:
                 setattr(view, key, lg[key])
         view.call_args = ", ".join(lg["args"])
@@ -302,13 +304,29 @@ def gen_variants_h(ops, helpers, family):
     return "\n".join(out) + "\n"
 
 
+INTEGER_TYPES = {"uint8_t", "int8_t", "uint16_t", "int16_t", "uint32_t", "int32_t"}
+
+
+def wide(op, expr):
+    """An argument condition evaluated without wrap-around: the integer parameters it names
+    become 64-bit values (as does every sizeof), so a width whose row size would wrap in 32 bits
+    cannot pass. The logged text stays the condition as written."""
+    names = set(re.findall(r"\b[A-Za-z_]\w*\b", expr))
+    used = [p for p in op.params if p.name in names]
+    if not any(p.type in INTEGER_TYPES for p in used):
+        return expr
+    body = re.sub(r"\bsizeof\(([^()]*)\)", r"int64_t(sizeof(\1))", expr)
+    params = ", ".join(f"int64_t {p.name}" if p.type in INTEGER_TYPES else p.decl() for p in used)
+    return f"[]({params}) {{ return static_cast<bool>({body}); }}({', '.join(p.name for p in used)})"
+
+
 def entry_body(op, public_name):
     """Body of an entry point, after its parameters are in the row's form."""
     b = []
     for p, expr in op.stride0.items():
         b.append(f"  if ({p} == 0) {p} = {expr};")
     if op.precheck:
-        b.append(f"  if (!({op.precheck})) {{ tvx_size_error({c_string(public_name)}); return{'' if op.ret == 'void' else ' ' + (op.fail or '3')}; }}")
+        b.append(f"  if (!({wide(op, op.precheck)})) {{ tvx_size_error({c_string(public_name)}); return{'' if op.ret == 'void' else ' ' + (op.fail or '3')}; }}")
     b.append(f"  uint32_t t = {op.impl_table()}[{op.row_const()}];")
     if op.downgrade in ("gated", "ungated"):
         tiers = " || ".join(f"t == {t}" for t in op.remote_tiers)
@@ -319,13 +337,24 @@ def entry_body(op, public_name):
     if op.gpu:
         b.append(f"  if (t == 3 && !({op.gpu})) t = 1;")
     b.append(f"  if (libLogPrint) tvx_trace({c_string(public_name)}, t);")
+    # `safe_cond` holds what the written condition misses (a row that would not fit its
+    # buffer); it fails with the written condition's own log line.
+    # Every stride with a packed form must hold a packed row, whether or not the written condition
+    # says so (a stride whose buffers are all null, such as an absent mask's, is not checked).
+    safe = []
+    for k, v in op.stride0.items():
+        users = [p.name for p in op.params if p.is_ptr and re.search(rf"\b{k}\b", p.count or "")]
+        absent = " && ".join(f"!{u}" for u in users)
+        safe.append(f"({absent}) || {k} >= ({v})" if users else f"{k} >= ({v})")
+    safe += [op.safe_cond] if op.safe_cond else []
+    cond = " && ".join([f"({op.cond})"] + [f"({c})" for c in safe]) if safe else op.cond
     if op.style == "assert":
         ret = "" if op.ret == "void" else " " + op.fail
-        b.append(f"  if (!({op.cond})) {{ tvx_assert_failed({c_string(public_name)}, {c_string(op.cond)}); return{ret}; }}")
+        b.append(f"  if (!({wide(op, cond)})) {{ tvx_assert_failed({c_string(public_name)}, {c_string(op.cond)}); return{ret}; }}")
     elif op.style == "status":
-        b.append(f"  if (!({op.cond})) return 3;")
+        b.append(f"  if (!({wide(op, cond)})) return 3;")
     else:
-        b.append(f"  if (!({op.cond})) return {op.fail};")
+        b.append(f"  if (!({wide(op, cond)})) return {op.fail};")
     if op.inplace_cond:
         # A second condition that only binds when the first output aliases the first input.
         src = next(p.name for p in op.params if p.is_ptr and p.dir == "in")
@@ -333,9 +362,9 @@ def entry_body(op, public_name):
         fail = "" if op.ret == "void" else " " + (op.fail or "3")
         alias = f"static_cast<const void*>({src}) == static_cast<const void*>({dst})"
         if op.style == "assert":
-            b.append(f"  if ({alias} && !({op.inplace_cond})) {{ tvx_assert_failed({c_string(public_name)}, {c_string(op.inplace_cond)}); return{fail}; }}")
+            b.append(f"  if ({alias} && !({wide(op, op.inplace_cond)})) {{ tvx_assert_failed({c_string(public_name)}, {c_string(op.inplace_cond)}); return{fail}; }}")
         else:
-            b.append(f"  if ({alias} && !({op.inplace_cond})) return{fail};")
+            b.append(f"  if ({alias} && !({wide(op, op.inplace_cond)})) return{fail};")
     args = op.call_args or op.args()
     call = f"reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][t])({args})"
     if op.style == "status":
@@ -470,9 +499,10 @@ def gen_samples(ops):
     packed stride of the entry's zero-stride rule plus the padding."""
     out = ["// Generated by tools/gen_ops.py. Do not edit.",
            "// A sample call's buffers (as many as the entry has pointers), its image size, whether",
-           "// the first pointer is passed as null, and the padding added to every stride (0: packed).",
+           "// the first pointer is passed as null, the padding added to every stride (0: packed), and a",
+           "// value every stride takes instead when not 0.",
            f"constexpr int TVX_SAMPLE_BUFFERS = {max(sum(p.is_ptr for p in op.params) for op in ops)};",
-           "struct TvxSample { void* buf[TVX_SAMPLE_BUFFERS]; uint32_t width, height; bool nullFirst; uint32_t pad; };", ""]
+           "struct TvxSample { void* buf[TVX_SAMPLE_BUFFERS]; uint32_t width, height; bool nullFirst; uint32_t pad; uint32_t stride; };", ""]
     entries = []
     for op in ops:
         if op.internal:
@@ -497,6 +527,8 @@ def gen_samples(ops):
                 if p.name in op.stride0 and p.name not in op.sample:
                     value = f"s.pad ? ({op.stride0[p.name]}) + s.pad : 0"
                     decl = strides
+                if p.name.endswith("Stride"):
+                    value = f"s.stride ? s.stride : {value}"
                 decl.append(f"const {p.type} {p.name} = static_cast<{p.type}>({value});")
                 args.append(p.name)
         body += strides
@@ -512,12 +544,15 @@ def gen_samples(ops):
         # The remote run the entry can reach: none when its tier rule never keeps a remote tier.
         never = op.downgrade == "ungated" and str(op.remote).strip() == "0"
         dsp = op.number if op.dsp and not never else -1
+        # Strided entries whose width comes from the sample (the wrap-around test varies it).
+        strided = "true" if any(p.name.endswith("Stride") for p in op.params) and not any(
+            n in op.sample for n in WIDTH_NAMES) else "false"
         entries.append(f'  {{"{op.name}", {op.row}, {"true" if op.simd else "false"}, {kind}, '
-                       f'{fail}, {c_string(op.cond)}, {k}, &tvx_sample_{op.name}, (void*)&{op.name}C, {v}, {dsp}}},')
+                       f'{fail}, {c_string(op.cond)}, {k}, &tvx_sample_{op.name}, (void*)&{op.name}C, {v}, {dsp}, {strided}}},')
     out.append("")
     out.append("struct TvxSampleEntry { const char* name; uint32_t row; bool simd; int style; "
                "int64_t failValue; const char* cond; int pointers; int64_t (*call)(const TvxSample&); "
-               "void* reference; void* simdVariant; int32_t dspOp; };")
+               "void* reference; void* simdVariant; int32_t dspOp; bool strided; };")
     out.append("static const TvxSampleEntry kTvxSamples[] = {")
     out += entries
     out.append("};")
@@ -558,13 +593,21 @@ def gen_api_md(rows, ops, helpers, family):
            "without an entry are not built yet and their dispatch slots are empty.", "",
            f"Implemented operations: {sum(1 for o in ops if not o.internal)} of "
            f"{sum(1 for r in rows if r)} rows; with a SIMD variant: {sum(1 for o in ops if o.simd)}; "
-           f"with a remote family (`Q`, `Qa`, `Qc`, `Qm`, `Q_abstractionLayer`): {len(family)}.", ""]
+           f"with a remote family (`Q`, `Qa`, `Qc`, `Qm`, `Q_abstractionLayer`): {len(family)}.", "",
+           "Argument conditions are evaluated in 64-bit arithmetic: a width whose row size would wrap",
+           "around 32 bits fails the condition (the log line shows the condition as written).", ""]
     for fam in sorted({op.family for op in ops}):
         out += [f"## {fam}", ""]
         for op in sorted((o for o in ops if o.family == fam), key=lambda o: o.name.lower()):
             out += api_heading(f"`{op.name}` (row {op.row})", op.doc, f"{op.ret} {op.name}({op.decl_params()});")
             out.append(f"- style: {style[op.style]}" + (f" {op.fail}" if op.fail and op.style != 'status' else ""))
             out.append(f"- condition: `{op.cond}`")
+            if op.safe_cond:
+                out.append(f"- also rejected, with the same log line: calls where `{op.safe_cond}` does not hold")
+            for lg in op.legacy:
+                if lg.get("safe_cond"):
+                    out.append(f"- `{lg['name']}` also rejects, with its own condition's log line, calls where "
+                               f"`{lg['safe_cond']}` does not hold")
             if op.stride0:
                 out.append("- zero strides mean: " + ", ".join(f"`{k}` = `{v}`" for k, v in op.stride0.items()))
             if op.downgrade != "none":
