@@ -67,6 +67,13 @@ class Op:
         self.dsp_stub = merged.get("dsp_stub", "generated")
         self.dsp_kernel = merged.get("dsp_kernel", f"{self.name}C")
         self.dsp_fallback_log = merged.get("dsp_fallback_log", False)
+        # `dsp_serve = false`: the host DSP declines the call, because its arguments hold
+        # pointers into the caller's memory (level records) that another process cannot follow;
+        # the remote form then ends on slot 1 like any failed remote run.
+        self.dsp_serve = merged.get("dsp_serve", True)
+        # `generic_sample = false`: no generic sample call, because the generic buffers cannot
+        # stand for the entry's records; the family's own tests cover the entry.
+        self.generic_sample = merged.get("generic_sample", True)
         table = irows if self.internal else rows
         # A _v2 form whose legacy entry owns the row name gives that name as `row`.
         self.row_name = merged.get("row", self.name)
@@ -505,7 +512,7 @@ def gen_samples(ops):
            "struct TvxSample { void* buf[TVX_SAMPLE_BUFFERS]; uint32_t width, height; bool nullFirst; uint32_t pad; uint32_t stride; };", ""]
     entries = []
     for op in ops:
-        if op.internal:
+        if op.internal or not op.generic_sample:
             continue
         body = []
         strides = []  # declared after the other scalars, which their packed forms may name

@@ -277,7 +277,7 @@ def gen_dsp_server(family):
            "// scalars imply and that the operation's condition holds, run the DSP-side kernel.",
            "#include <array>", "", '#include "frame/frame.h"', '#include "remote/count.h"',
            '#include "server/args.h"', "", "namespace {", ""]
-    served = [op for op in family if op.dsp_stub == "generated"]
+    served = [op for op in family if op.dsp_stub == "generated" and op.dsp_serve]
     for op in served:
         out.append(f"int32_t Run_{op.name}(tvxdsp::Args& a) {{")
         for p in op.params:

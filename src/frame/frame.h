@@ -92,6 +92,11 @@ int tvx_vlog(int priority, const char* tag, const char* format, va_list args);
 typedef void (*TvxLogSink)(int priority, const char* tag, const char* message);
 void tvx_set_log_sink(TvxLogSink sink);
 
+// Test seam: the heap serves this many more allocations and then reports exhaustion (null)
+// until the seam is reset with a negative count. Aligned blocks, tvxMemAlloc's fallback and the
+// scratch pool's blocks all come from this heap.
+void tvx_fail_heap_after_for_test(int64_t allocations);
+
 // Entry-point helpers, kept out of line so the entries stay small.
 void tvx_trace(const char* name, uint32_t tier);
 void tvx_assert_failed(const char* name, const char* condition);

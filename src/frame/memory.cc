@@ -32,10 +32,22 @@ void tvxHeapStats() {}
 
 namespace {
 
+// Allocations left before the heap reports exhaustion; negative: never (see the test seam).
+std::atomic<int64_t> g_allocationsBeforeFailure{-1};
+
+bool InjectedFailure() {
+  int64_t left = g_allocationsBeforeFailure.load(std::memory_order_relaxed);
+  while (left >= 0) {
+    if (left == 0) return true;
+    if (g_allocationsBeforeFailure.compare_exchange_weak(left, left - 1, std::memory_order_relaxed)) return false;
+  }
+  return false;
+}
+
 // Sizes are computed in 64 bits so that a request near 4 GiB fails like an exhausted heap
 // instead of wrapping around to a small block.
 uint8_t* HeapAlloc(uint64_t bytes) {
-  if (bytes > SIZE_MAX) return nullptr;
+  if (bytes > SIZE_MAX || InjectedFailure()) return nullptr;
   void* block = std::malloc(static_cast<size_t>(bytes));
   tvxHeapStatsMalloc(block, static_cast<uint32_t>(bytes));
   return static_cast<uint8_t*>(block);
@@ -58,6 +70,10 @@ uint8_t* AlignUp(uint8_t* address, uint32_t alignment) {
 }
 
 }  // namespace
+
+void tvx_fail_heap_after_for_test(int64_t allocations) {
+  g_allocationsBeforeFailure.store(allocations, std::memory_order_relaxed);
+}
 
 // ---- aligned blocks --------------------------------------------------------------------------
 
