@@ -51,6 +51,20 @@ typedef int32_t tvxRotateDegree;
 #define TVX_ROTATE_180 2
 #define TVX_ROTATE_270 3
 
+/* Image pyramid levels: a level's pixels, its size, and (second form) its stride in bytes.
+ * The first form's levels are packed (stride = width times the element size). */
+typedef struct tvxPyramidLevel {
+  void* ptr;
+  uint32_t width;
+  uint32_t height;
+} tvxPyramidLevel;
+typedef struct tvxPyramidLevel_v2 {
+  void* ptr;
+  uint32_t width;
+  uint32_t height;
+  uint32_t stride;
+} tvxPyramidLevel_v2;
+
 /* Status values of status-returning operations. */
 #define TVX_SUCCESS         0
 #define TVX_BAD_PARAMETER   3
