@@ -118,6 +118,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addFilterPairs(im, pairs);
   addColorPairs(im, pairs);
   addScalePairs(im, pairs);
+  addWarpPairs(im, pairs);
   return pairs;
 }
 
