@@ -152,22 +152,41 @@ TEST_F(WarpLanes, AffineTransformsMatchReference) {
   });
 }
 
-// A larger frame under a mild perspective: almost every vector takes the gathered path.
-TEST_F(WarpLanes, LargeFrameMatchesReference) {
+// Larger frames: destinations big enough for the row-pair path, under matrices that keep the
+// source, cut its edges or turn it, for every border rule.
+TEST_F(WarpLanes, LargeFramesMatchReference) {
   const Shape s{640, 48, 16, 0};
   const Image src = Source(700, 60, 1, s), rgb = Source(700, 60, 3, s);
-  const float M[9] = {1.05f, 0.03f, 3.7f, -0.02f, 1.1f, 2.9f, 0.00002f, 0.00004f, 1.0f};
+  const float c = std::cos(0.3f), sn = std::sin(0.3f);
+  const std::vector<Matrix> matrices = {
+      {"mild", {1.05f, 0.03f, 3.7f, -0.02f, 1.1f, 2.9f, 0.00002f, 0.00004f, 1.0f}},
+      {"overhang", {1.2f, 0.0f, -20.5f, 0.0f, 1.3f, -4.25f, 0, 0, 1}},
+      {"turn", {c, -sn, 30.0f, sn, c, -60.0f, 0, 0, 1}},
+      {"tilt", {1.0f, 0.2f, -5.0f, 0.01f, 1.0f, -3.0f, 0.001f, 0.002f, 0.9f}},
+  };
   tvxtest::ForEachTarget([&] {
-    for (uint32_t interp : {0u, 1u})
-      Same(s.width, s.height, 1, s, "v3", [&](bool ref, Image& d) {
-        return (ref ? tvxWarpPerspectiveu8_v3C : tvxWarpPerspectiveu8_v3V)(src.bytes(), 700, 60, src.stride(), d.bytes(), s.width, s.height, d.stride(), M, interp, 1, 5);
+    for (const Matrix& m : matrices) {
+      SCOPED_TRACE(m.name);
+      const float* M = m.m;
+      for (uint32_t interp : {0u, 1u})
+        for (uint32_t border : {0u, 1u})
+          Same(s.width, s.height, 1, s, "v3", [&](bool ref, Image& d) {
+            return (ref ? tvxWarpPerspectiveu8_v3C : tvxWarpPerspectiveu8_v3V)(src.bytes(), 700, 60, src.stride(), d.bytes(), s.width, s.height, d.stride(), M, interp, border, 5);
+          });
+      Same(s.width, s.height, 1, s, "v4", [&](bool ref, Image& d) {
+        return (ref ? tvxWarpPerspectiveu8_v4C : tvxWarpPerspectiveu8_v4V)(src.bytes(), 700, 60, src.stride(), d.bytes(), s.width, s.height, d.stride(), M, 1, 1, 250);
       });
-    Same(s.width, s.height, 3, s, "3 channels", [&](bool ref, Image& d) {
-      return (ref ? tvx3ChannelWarpPerspectiveu8_v2C : tvx3ChannelWarpPerspectiveu8_v2V)(rgb.bytes(), 700, 60, rgb.stride(), d.bytes(), s.width, s.height, d.stride(), M);
-    });
-    Same(s.width, s.height, 3, s, "bicubic", [&](bool ref, Image& d) {
-      return (ref ? tvx3ChannelTransformAffineClippedBCu8C : tvx3ChannelTransformAffineClippedBCu8V)(rgb.bytes(), 700, 60, rgb.stride(), d.bytes(), s.width, s.height, d.stride(), M);
-    });
+      Same(s.width, s.height, 3, s, "3 channels", [&](bool ref, Image& d) {
+        return (ref ? tvx3ChannelWarpPerspectiveu8_v2C : tvx3ChannelWarpPerspectiveu8_v2V)(rgb.bytes(), 700, 60, rgb.stride(), d.bytes(), s.width, s.height, d.stride(), M);
+      });
+      if (M[6] != 0 || M[7] != 0) continue;
+      Same(s.width, s.height, 1, s, "clipped", [&](bool ref, Image& d) {
+        return (ref ? tvxTransformAffineClippedu8C : tvxTransformAffineClippedu8V)(src.bytes(), 700, 60, src.stride(), d.bytes(), s.width, s.height, d.stride(), M);
+      });
+      Same(s.width, s.height, 3, s, "bicubic", [&](bool ref, Image& d) {
+        return (ref ? tvx3ChannelTransformAffineClippedBCu8C : tvx3ChannelTransformAffineClippedBCu8V)(rgb.bytes(), 700, 60, rgb.stride(), d.bytes(), s.width, s.height, d.stride(), M);
+      });
+    }
   });
 }
 

@@ -37,28 +37,37 @@ HWY_INLINE auto AtMost(V a, V b) -> decltype(hn::Lt(a, b)) { return hn::Not(hn::
 // 32-bit gather offsets must not wrap: the vector paths need the whole plane below 2 GiB.
 inline bool GatherFits(const Plane& p) { return uint64_t{p.stride} * p.height + 16 < (uint64_t{1} << 31); }
 
-// Positions of columns x0, x0 + step, ... of the row whose forms are f.
-void Positions(const tvxwarp::RowForms& f, uint32_t x0, uint32_t step, uint32_t count, int32_t* u, int32_t* v) {
-#if HWY_ARCH_ARM_V7
-  tvxwarp::PositionRow(f, x0, step, count, u, v);
-#else
-  if (uint64_t{x0} + uint64_t{step} * count >= (uint64_t{1} << 24)) {  // float columns stay exact
-    tvxwarp::PositionRow(f, x0, step, count, u, v);
-    return;
+#if !HWY_ARCH_ARM_V7
+// Lane-wise positions of one row: the reference's float operations on a vector of columns.
+struct PositionLanes {
+  using DF = hn::ScalableTag<float>;
+  using DI = hn::RebindToSigned<DF>;
+  using VF = hn::Vec<DF>;
+  using VI = hn::Vec<DI>;
+  VF m0, m3, m6, cx, cy, cw, lim, nlim, half, k32;
+  VI far;
+  bool affine;  // W is exactly 1, r exactly 32
+
+  explicit PositionLanes(const tvxwarp::RowForms& f) {
+    const DF df;
+    const DI di;
+    m0 = hn::Set(df, f.m0);
+    m3 = hn::Set(df, f.m3);
+    m6 = hn::Set(df, f.m6);
+    cx = hn::Set(df, f.cx);
+    cy = hn::Set(df, f.cy);
+    cw = hn::Set(df, f.cw);
+    lim = hn::Set(df, tvxwarp::kLimit);
+    nlim = hn::Set(df, -tvxwarp::kLimit);
+    half = hn::Set(df, 0.5f);
+    k32 = hn::Set(df, 32.0f);
+    far = hn::Set(di, tvxwarp::kFar);
+    affine = f.m6 == 0.0f && f.cw == 1.0f;
   }
-  const hn::ScalableTag<float> df;
-  const hn::RebindToSigned<decltype(df)> di;
-  const size_t N = hn::Lanes(df);
-  const auto m0 = hn::Set(df, f.m0), m3 = hn::Set(df, f.m3), m6 = hn::Set(df, f.m6);
-  const auto cx = hn::Set(df, f.cx), cy = hn::Set(df, f.cy), cw = hn::Set(df, f.cw);
-  const auto lim = hn::Set(df, tvxwarp::kLimit), nlim = hn::Set(df, -tvxwarp::kLimit);
-  const auto half = hn::Set(df, 0.5f), k32 = hn::Set(df, 32.0f);
-  const auto far = hn::Set(di, tvxwarp::kFar);
-  const auto lane = hn::Mul(hn::Iota(di, 0), hn::Set(di, static_cast<int32_t>(step)));
-  const bool affine = f.m6 == 0.0f && f.cw == 1.0f;  // W is exactly 1, r exactly 32
-  uint32_t i = 0;
-  for (; i + N <= count; i += N) {
-    const auto xi = hn::Add(lane, hn::Set(di, static_cast<int32_t>(x0 + i * step)));
+  // Columns xi (below 2^24, so exact as floats) to positions U, V.
+  HWY_INLINE void At(VI xi, VI& u, VI& v) const {
+    const DF df;
+    const DI di;
     const auto xf = hn::ConvertTo(df, xi);
     const auto X = hn::Add(hn::Mul(m0, xf), cx);
     const auto Y = hn::Add(hn::Mul(m3, xf), cy);
@@ -68,8 +77,31 @@ void Positions(const tvxwarp::RowForms& f, uint32_t x0, uint32_t step, uint32_t 
     const auto oki = hn::RebindMask(di, ok);
     // Out-of-range lanes are replaced before conversion so no lane converts a NaN or a huge value.
     const auto Uc = hn::IfThenElseZero(ok, hn::Add(U, half)), Vc = hn::IfThenElseZero(ok, hn::Add(V, half));
-    hn::StoreU(hn::IfThenElse(oki, hn::ConvertTo(di, hn::Floor(Uc)), far), di, u + i);
-    hn::StoreU(hn::IfThenElse(oki, hn::ConvertTo(di, hn::Floor(Vc)), far), di, v + i);
+    u = hn::IfThenElse(oki, hn::ConvertTo(di, hn::Floor(Uc)), far);
+    v = hn::IfThenElse(oki, hn::ConvertTo(di, hn::Floor(Vc)), far);
+  }
+};
+#endif
+
+// Positions of columns x0, x0 + step, ... of the row whose forms are f.
+void Positions(const tvxwarp::RowForms& f, uint32_t x0, uint32_t step, uint32_t count, int32_t* u, int32_t* v) {
+#if HWY_ARCH_ARM_V7
+  tvxwarp::PositionRow(f, x0, step, count, u, v);
+#else
+  if (uint64_t{x0} + uint64_t{step} * count >= (uint64_t{1} << 24)) {  // float columns stay exact
+    tvxwarp::PositionRow(f, x0, step, count, u, v);
+    return;
+  }
+  const PositionLanes lanes(f);
+  const PositionLanes::DI di;
+  const size_t N = hn::Lanes(di);
+  const auto lane = hn::Mul(hn::Iota(di, 0), hn::Set(di, static_cast<int32_t>(step)));
+  uint32_t i = 0;
+  for (; i + N <= count; i += N) {
+    PositionLanes::VI U, V;
+    lanes.At(hn::Add(lane, hn::Set(di, static_cast<int32_t>(x0 + i * step))), U, V);
+    hn::StoreU(U, di, u + i);
+    hn::StoreU(V, di, v + i);
   }
   for (; i < count; ++i) tvxwarp::PositionAt(f, static_cast<float>(x0 + i * step), u + i, v + i);
 #endif
@@ -159,20 +191,111 @@ void SampleRow(const Plane& p, const int32_t* u, const int32_t* v, uint32_t coun
     for (int c = 0; c < CH; ++c) out[i * CH + c] = tvxwarp::Sample(p, u[i], v[i], c, b, interpolation);
 }
 
-void WarpPlane(const Plane& src, uint8_t* dst, uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride, const float* M,
-               uint32_t interpolation, const Border& border, int32_t shift) {
-  std::vector<int32_t> u(dstWidth), v(dstWidth);
-  for (uint32_t y = 0; y < dstHeight; ++y) {
-    Positions(tvxwarp::FormsAt(M, static_cast<float>(y)), 0, 1, dstWidth, u.data(), v.data());
-    if (shift != 0) {
-      for (uint32_t x = 0; x < dstWidth; ++x) {
-        if (u[x] == tvxwarp::kFar) continue;
-        u[x] += shift * tvxwarp::kFracOne;
-        v[x] += shift * tvxwarp::kFracOne;
+// Bilinear single-channel row from a row-pair copy of the source: pair row y holds, for every
+// column x, the bytes (src(x, y), src(x, y + 1)), so one 32-bit word at column x brings all
+// four neighbours p00, p10, p01, p11 and one gather serves a lane.
+void SampleRowPairs(const Plane& p, const uint8_t* pairs, const int32_t* u, const int32_t* v, uint32_t count, uint8_t* out,
+                    const Border& b) {
+  const hn::ScalableTag<int32_t> di;
+  const hn::Rebind<uint8_t, decltype(di)> d8;
+  const size_t N = hn::Lanes(di);
+  const int32_t* base = reinterpret_cast<const int32_t*>(pairs);
+  const auto pairStride = hn::Set(di, static_cast<int32_t>(2 * p.width));
+  const auto mask5 = hn::Set(di, tvxwarp::kFracMask), byte = hn::Set(di, 0xFF), round = hn::Set(di, 512);
+  const auto zero = hn::Zero(di), one = hn::Set(di, 1);
+  const auto xSpan = hn::Set(di, static_cast<int32_t>(p.width) - 2), ySpan = hn::Set(di, static_cast<int32_t>(p.height) - 2);
+  const auto widthV = hn::Set(di, static_cast<int32_t>(p.width)), heightV = hn::Set(di, static_cast<int32_t>(p.height));
+  const auto fill = hn::Set(d8, static_cast<uint8_t>(b.kind == tvxwarp::kBorderConstant ? b.value : 0));
+  const auto scalar = [&](uint32_t k) { out[k] = tvxwarp::Bilinear(p, u[k], v[k], 0, b); };
+  uint32_t i = 0;
+  for (; i + N <= count; i += N) {
+    const auto U = hn::LoadU(di, u + i), V = hn::LoadU(di, v + i);
+    const auto x = hn::ShiftRight<tvxwarp::kFracBits>(U), y = hn::ShiftRight<tvxwarp::kFracBits>(V);
+    const auto inside = hn::And(hn::And(AtLeast(x, zero), AtMost(x, xSpan)), hn::And(AtLeast(y, zero), AtMost(y, ySpan)));
+    if (hn::AllTrue(di, inside)) {
+      const auto w = hn::GatherOffset(di, base, hn::Add(hn::Mul(y, pairStride), hn::ShiftLeft<1>(x)));
+      const auto fx = hn::And(U, mask5), fy = hn::And(V, mask5);
+      const auto a0 = hn::And(w, byte), a1 = hn::And(hn::ShiftRight<8>(w), byte);
+      const auto b0 = hn::And(hn::ShiftRight<16>(w), byte), b1 = hn::And(hn::ShiftRight<24>(w), byte);
+      const auto t = hn::Add(hn::ShiftLeft<tvxwarp::kFracBits>(a0), hn::Mul(fx, hn::Sub(b0, a0)));
+      const auto d = hn::Add(hn::ShiftLeft<tvxwarp::kFracBits>(a1), hn::Mul(fx, hn::Sub(b1, a1)));
+      const auto o = hn::Add(hn::Add(hn::ShiftLeft<tvxwarp::kFracBits>(t), hn::Mul(fy, hn::Sub(d, t))), round);
+      hn::StoreU(hn::DemoteTo(d8, hn::ShiftRight<10>(o)), d8, out + i);
+      continue;
+    }
+    if (b.kind != tvxwarp::kBorderReplicate) {
+      const auto outX = hn::Or(hn::Lt(hn::Add(x, one), zero), AtLeast(x, widthV));
+      const auto outY = hn::Or(hn::Lt(hn::Add(y, one), zero), AtLeast(y, heightV));
+      if (hn::AllTrue(di, hn::Or(outX, outY))) {
+        hn::StoreU(fill, d8, out + i);
+        continue;
       }
     }
-    SampleRow<1>(src, u.data(), v.data(), dstWidth, dst + static_cast<size_t>(y) * dstStride, border, interpolation);
+    for (uint32_t k = i; k < i + N; ++k) scalar(k);
   }
+  for (; i < count; ++i) scalar(i);
+}
+
+// The row-pair copy (2 srcWidth bytes per row; the last row pairs with zeros), or null when
+// it does not pay or no scratch buffer is free. The caller releases it.
+uint8_t* MakePairs(const Plane& p, uint32_t dstWidth, uint32_t dstHeight) {
+  const uint64_t bytes = 2 * uint64_t{p.width} * p.height;
+  // Worth a pass over the source when the destination is at least a quarter of its size.
+  if (p.width < 2 || p.height < 2 || bytes + 16 >= (uint64_t{1} << 31) ||
+      4 * uint64_t{dstWidth} * dstHeight < uint64_t{p.width} * p.height || uint64_t{dstWidth} * dstHeight < 4096)
+    return nullptr;
+  uint8_t* pairs = static_cast<uint8_t*>(tvxGetScratchBufferAligned_(static_cast<uint32_t>(bytes), 64));
+  if (!pairs) return nullptr;
+  const hn::ScalableTag<uint8_t> d8;
+  const size_t N = hn::Lanes(d8);
+  for (uint32_t y = 0; y < p.height; ++y) {
+    const uint8_t* r0 = p.data + static_cast<size_t>(y) * p.stride;
+    const uint8_t* r1 = y + 1 < p.height ? r0 + p.stride : nullptr;
+    uint8_t* o = pairs + static_cast<size_t>(y) * 2 * p.width;
+    uint32_t x = 0;
+    if (r1) {
+      for (; x + N <= p.width; x += N) hn::StoreInterleaved2(hn::LoadU(d8, r0 + x), hn::LoadU(d8, r1 + x), d8, o + 2 * x);
+    }
+    for (; x < p.width; ++x) {
+      o[2 * x] = r0[x];
+      o[2 * x + 1] = r1 ? r1[x] : 0;
+    }
+  }
+  return pairs;
+}
+
+// Destinations are done in tiles of kTileRows x kTileCols: a tile's source footprint under a
+// moderate transform stays in the first-level cache, where whole rows at a slant would not.
+constexpr uint32_t kTileRows = 32, kTileCols = 256;
+
+void WarpPlane(const Plane& src, uint8_t* dst, uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride, const float* M,
+               uint32_t interpolation, const Border& border, int32_t shift) {
+  const uint32_t cols = dstWidth < kTileCols ? dstWidth : kTileCols;
+  std::vector<int32_t> u(cols), v(cols);
+  uint8_t* pairs = interpolation == tvxwarp::kBilinear && shift == 0 ? MakePairs(src, dstWidth, dstHeight) : nullptr;
+  for (uint32_t y0 = 0; y0 < dstHeight; y0 += kTileRows) {
+    const uint32_t y1 = dstHeight - y0 < kTileRows ? dstHeight : y0 + kTileRows;
+    for (uint32_t x0 = 0; x0 < dstWidth; x0 += cols) {
+      const uint32_t n = dstWidth - x0 < cols ? dstWidth - x0 : cols;
+      for (uint32_t y = y0; y < y1; ++y) {
+        uint8_t* out = dst + static_cast<size_t>(y) * dstStride + x0;
+        Positions(tvxwarp::FormsAt(M, static_cast<float>(y)), x0, 1, n, u.data(), v.data());
+        if (pairs) {
+          SampleRowPairs(src, pairs, u.data(), v.data(), n, out, border);
+          continue;
+        }
+        if (shift != 0) {
+          for (uint32_t x = 0; x < n; ++x) {
+            if (u[x] == tvxwarp::kFar) continue;
+            u[x] += shift * tvxwarp::kFracOne;
+            v[x] += shift * tvxwarp::kFracOne;
+          }
+        }
+        SampleRow<1>(src, u.data(), v.data(), n, out, border, interpolation);
+      }
+    }
+  }
+  if (pairs) tvxReleaseScratchBuffer_(pairs);
 }
 
 void WarpChroma(const Plane& chroma, uint8_t* dst, uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride,
