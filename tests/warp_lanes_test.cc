@@ -190,4 +190,25 @@ TEST_F(WarpLanes, LargeFramesMatchReference) {
   });
 }
 
+// With the heap exhausted the framed copy cannot be had (5, nothing written) and the bilinear
+// path goes without its row-pair copy, with unchanged results.
+TEST_F(WarpLanes, ExhaustedHeapKeepsResultsOrReportsFive) {
+  const Shape s{96, 64, 3, 1};
+  const Image src = Source(100, 70, 1, s);
+  const float M[9] = {0.98f, 0.05f, 1.3f, -0.04f, 1.02f, 2.7f, 0.0001f, 0.0002f, 1.0f};
+  tvxtest::ForEachTarget([&] {
+    Image c(96, 64, 1, 3, 1), v(96, 64, 1, 3, 1), framed(96, 64, 1, 3, 1);
+    ASSERT_EQ(tvxWarpPerspectiveu8_v3C(src.bytes(), 100, 70, src.stride(), c.bytes(), 96, 64, c.stride(), M, 1, 1, 40), 0);
+    tvx_fail_heap_after_for_test(0);
+    const int32_t rv = tvxWarpPerspectiveu8_v3V(src.bytes(), 100, 70, src.stride(), v.bytes(), 96, 64, v.stride(), M, 1, 1, 40);
+    const int32_t r4 = tvxWarpPerspectiveu8_v4V(src.bytes(), 100, 70, src.stride(), framed.bytes(), 96, 64, framed.stride(), M, 1, 1, 40);
+    tvx_fail_heap_after_for_test(-1);
+    EXPECT_EQ(rv, 0);
+    EXPECT_TRUE(v.SameRect(c));
+    EXPECT_EQ(r4, 5);
+    for (uint32_t y = 0; y < 64; ++y)
+      for (uint32_t x = 0; x < 96; ++x) ASSERT_EQ(framed.row(y)[x], tvxtest::kGuard);
+  });
+}
+
 }  // namespace
