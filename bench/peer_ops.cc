@@ -119,6 +119,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addColorPairs(im, pairs);
   addScalePairs(im, pairs);
   addPyramidPairs(im, pairs);
+  addWarpPairs(im, pairs);
   return pairs;
 }
 

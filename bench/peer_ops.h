@@ -61,6 +61,7 @@ void addFilterPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addColorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addScalePairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addPyramidPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addWarpPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
