@@ -118,6 +118,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addFilterPairs(im, pairs);
   addColorPairs(im, pairs);
   addScalePairs(im, pairs);
+  addRemapPairs(im, pairs);
   return pairs;
 }
 

@@ -60,6 +60,7 @@ void addArithPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addFilterPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addColorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addScalePairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addRemapPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 

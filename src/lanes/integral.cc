@@ -1,4 +1,5 @@
-// SIMD variants of the integral images. A row is summed 16 bytes at a time in 128-bit vectors:
+// SIMD variants of the integral images. A row is summed 16 bytes at a time (128-bit targets below;
+// 256-bit ones scan both u16 halves in one vector, see SumRow):
 // the bytes widen to two u16 halves, each half gets its prefix sum by three shift-and-add steps
 // (at most 16 * 255, so u16 holds it), the low half's total carries into the high half, and the
 // halves widen to u32, gain the running row total and the entry above, and are stored. Squared
@@ -77,24 +78,67 @@ inline void Squares16(hn::Vec<D8> bytes, V32& total, V32 out[4]) {
   }
 }
 
+// Loads 16 bytes taken every kStep bytes.
+template <int kStep>
+inline hn::Vec<D8> Bytes16(const uint8_t* in) {
+  const D8 d8;
+  if constexpr (kStep == 1) {
+    return hn::LoadU(d8, in);
+  } else {
+    hn::Vec<D8> even, odd;
+    hn::LoadInterleaved2(d8, in, even, odd);
+    return even;
+  }
+}
+
+#if HWY_MAX_BYTES >= 32
+// 256-bit targets: the 16 bytes widen to one u16 vector of two blocks, scanned per block; the
+// low block's total moves into the high block; the sums widen to two u32 vectors of 8. The
+// running total stays a vector and gains the block's total off the stores' path.
+using D16W = hn::CappedTag<uint16_t, 16>;
+using D32W = hn::CappedTag<uint32_t, 8>;
+
+template <int kStep>
+void SumRow(const uint8_t* in, uint32_t width, const uint32_t* above, uint32_t* out) {
+  const D16W d16;
+  const D32W d32;
+  const hn::Half<D16W> h16;
+  auto total = hn::Zero(d32);
+  uint32_t x = 0;
+  for (; x + 16 <= width; x += 16) {
+    auto v = hn::PromoteTo(d16, Bytes16<kStep>(in + static_cast<size_t>(x) * kStep));
+    v = hn::Add(v, hn::ShiftLeftLanes<1>(d16, v));
+    v = hn::Add(v, hn::ShiftLeftLanes<2>(d16, v));
+    v = hn::Add(v, hn::ShiftLeftLanes<4>(d16, v));
+    const auto blockTotals = hn::Broadcast<7>(v);
+    v = hn::Add(v, hn::ConcatLowerLower(d16, blockTotals, hn::Zero(d16)));
+    auto lo = hn::Add(total, hn::PromoteTo(d32, hn::LowerHalf(h16, v)));
+    auto hi = hn::Add(total, hn::PromoteTo(d32, hn::UpperHalf(h16, v)));
+    total = hn::Add(total, hn::PromoteTo(d32, hn::UpperHalf(h16, hn::Broadcast<7>(v))));
+    if (above) {
+      lo = hn::Add(lo, hn::LoadU(d32, above + x));
+      hi = hn::Add(hi, hn::LoadU(d32, above + x + 8));
+    }
+    hn::StoreU(lo, d32, out + x);
+    hn::StoreU(hi, d32, out + x + 8);
+  }
+  uint32_t r = hn::GetLane(total);
+  for (; x < width; ++x) {
+    r += in[static_cast<size_t>(x) * kStep];
+    out[x] = above ? r + above[x] : r;
+  }
+}
+#else
 // out[x] = running sum of bytes in[0 .. x] (taken every `step` bytes, step 1 or 2) + above[x]
 // (above may be null: nothing added), for x < width.
 template <int kStep>
 void SumRow(const uint8_t* in, uint32_t width, const uint32_t* above, uint32_t* out) {
-  const D8 d8;
   const D32 d32;
   V32 total = hn::Zero(d32);
   uint32_t x = 0;
   for (; x + 16 <= width; x += 16) {
-    hn::Vec<D8> bytes;
-    if constexpr (kStep == 1) {
-      bytes = hn::LoadU(d8, in + x);
-    } else {
-      hn::Vec<D8> odd;
-      hn::LoadInterleaved2(d8, in + 2 * x, bytes, odd);
-    }
     V32 s[4];
-    Sums16(bytes, total, s);
+    Sums16(Bytes16<kStep>(in + static_cast<size_t>(x) * kStep), total, s);
     for (int i = 0; i < 4; ++i) {
       if (above) s[i] = hn::Add(s[i], hn::LoadU(d32, above + x + 4 * i));
       hn::StoreU(s[i], d32, out + x + 4 * i);
@@ -106,6 +150,7 @@ void SumRow(const uint8_t* in, uint32_t width, const uint32_t* above, uint32_t* 
     out[x] = above ? r + above[x] : r;
   }
 }
+#endif
 
 }  // namespace integral
 

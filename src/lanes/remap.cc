@@ -57,8 +57,19 @@ inline VI FixedLanes(VF m, VF lo, VF hi) {
   return hn::Add(i, hn::VecFromMask(di, hn::RebindMask(di, hn::Gt(hn::ConvertTo(df, i), t))));
 }
 
-inline VI Gather(const uint8_t* base, VI offsets) {
-  return hn::GatherOffset(DI(), reinterpret_cast<const int32_t*>(base), offsets);
+// Lane offsets stored for scalar fetches: vector gathers are slow on several cores this runs on
+// (and emulated on NEON), while the loads themselves are cheap.
+constexpr size_t kMaxLanes = HWY_MAX_BYTES / sizeof(float);
+
+// Words of `bytes` bytes (1, 2 or 4) at base + offset for each lane, zero-extended to 32 bits.
+template <size_t bytes>
+inline VI FetchLanes(const uint8_t* base, const int32_t* offsets, size_t n, int32_t* words) {
+  for (size_t i = 0; i < n; ++i) {
+    uint32_t w = 0;
+    std::memcpy(&w, base + offsets[i], bytes);  // little-endian targets: the first byte is the low one
+    words[i] = static_cast<int32_t>(w);
+  }
+  return hn::Load(DI(), words);
 }
 
 template <int k>
@@ -110,25 +121,25 @@ void NearestRow(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint3
   const size_t N = hn::Lanes(df);
   const float wHalf = static_cast<float>(srcWidth) - 0.5f, hHalf = static_cast<float>(srcHeight) - 0.5f;
   const VI stride = hn::Set(di, static_cast<int32_t>(srcStride));
-  const VI outside = hn::Set(di, outsideByte);
+  alignas(64) int32_t offsets[kMaxLanes];
   uint32_t x = 0;
   for (; x + N <= dstWidth; x += N) {
     MI inX, inY;
     const VI xi = NearestLanes(hn::LoadU(df, mx + x), wHalf, inX);
     const VI yi = NearestLanes(hn::LoadU(df, my + x), hHalf, inY);
     const MI inside = hn::And(inX, inY);
+    // Offsets of inside pixels, -1 for outside ones.
+    const VI column = ch == 4 ? hn::ShiftLeft<2>(xi) : xi;
+    hn::Store(hn::IfThenElse(inside, hn::Add(hn::Mul(yi, stride), column), hn::Set(di, -1)), di, offsets);
     if (ch == 4) {
-      const VI off = hn::IfThenElseZero(inside, hn::Add(hn::Mul(yi, stride), hn::ShiftLeft<2>(xi)));
-      hn::StoreU(hn::IfThenElseZero(inside, Gather(src, off)), di, reinterpret_cast<int32_t*>(out + 4 * x));
+      uint8_t* o = out + 4 * x;
+      for (size_t i = 0; i < N; ++i) {
+        uint32_t w = 0;
+        if (offsets[i] >= 0) std::memcpy(&w, src + offsets[i], 4);
+        std::memcpy(o + 4 * i, &w, 4);
+      }
     } else {
-      // The word ending at the byte (or the first word, for the first three bytes).
-      const VI off = hn::IfThenElseZero(inside, hn::Add(hn::Mul(yi, stride), xi));
-      const VI start = hn::Max(hn::Sub(off, hn::Set(di, 3)), hn::Zero(di));
-      const hn::RebindToUnsigned<DI> du;
-      const auto word = hn::BitCast(du, Gather(src, start));
-      const auto shift = hn::BitCast(du, hn::ShiftLeft<3>(hn::Sub(off, start)));
-      const VI v = hn::BitCast(di, hn::And(hn::Shr(word, shift), hn::Set(du, 0xFFu)));
-      hn::StoreU(hn::DemoteTo(d8, hn::IfThenElse(inside, v, outside)), d8, out + x);
+      for (size_t i = 0; i < N; ++i) out[x + i] = offsets[i] >= 0 ? src[offsets[i]] : outsideByte;
     }
   }
   const uint8_t zero[4] = {0, 0, 0, 0};
@@ -148,6 +159,7 @@ void BilinearRow(const Frame& f, uint32_t srcWidth, uint32_t srcHeight, const fl
   const VI minus1 = hn::Set(di, -1), one = hn::Set(di, 1), low5 = hn::Set(di, 31);
   const VI fstride = hn::Set(di, static_cast<int32_t>(f.stride));
   const VI outside = hn::Set(di, outsideByte);
+  alignas(64) int32_t offsets[kMaxLanes], w0[kMaxLanes], w1[kMaxLanes], w2[kMaxLanes], w3[kMaxLanes];
   for (uint32_t x = 0; x + N <= dstWidth; x += N) {
     const VI X = FixedLanes(hn::LoadU(df, mx + x), lo, hiX);
     const VI Y = FixedLanes(hn::LoadU(df, my + x), lo, hiY);
@@ -156,17 +168,18 @@ void BilinearRow(const Frame& f, uint32_t srcWidth, uint32_t srcHeight, const fl
     const VI column = hn::Add(hn::ShiftRight<5>(X), one);
     const VI rowStart = hn::Mul(hn::Add(hn::ShiftRight<5>(Y), one), fstride);
     if (ch == 4) {
-      const VI off = hn::IfThenElseZero(inside, hn::Add(rowStart, hn::ShiftLeft<2>(column)));
-      const VI g00 = Gather(f.bytes, off), g01 = Gather(f.bytes + 4, off);
-      const VI g10 = Gather(f.bytes + f.stride, off), g11 = Gather(f.bytes + f.stride + 4, off);
+      hn::Store(hn::IfThenElseZero(inside, hn::Add(rowStart, hn::ShiftLeft<2>(column))), di, offsets);
+      const VI g00 = FetchLanes<4>(f.bytes, offsets, N, w0), g01 = FetchLanes<4>(f.bytes + 4, offsets, N, w1);
+      const VI g10 = FetchLanes<4>(f.bytes + f.stride, offsets, N, w2);
+      const VI g11 = FetchLanes<4>(f.bytes + f.stride + 4, offsets, N, w3);
       VI v = BlendLanes(Byte<0>(g00), Byte<0>(g01), Byte<0>(g10), Byte<0>(g11), fx, fy);
       v = hn::Or(v, hn::ShiftLeft<8>(BlendLanes(Byte<1>(g00), Byte<1>(g01), Byte<1>(g10), Byte<1>(g11), fx, fy)));
       v = hn::Or(v, hn::ShiftLeft<16>(BlendLanes(Byte<2>(g00), Byte<2>(g01), Byte<2>(g10), Byte<2>(g11), fx, fy)));
       v = hn::Or(v, hn::ShiftLeft<24>(BlendLanes(Byte<3>(g00), Byte<3>(g01), Byte<3>(g10), Byte<3>(g11), fx, fy)));
       hn::StoreU(hn::IfThenElseZero(inside, v), di, reinterpret_cast<int32_t*>(out + 4 * x));
     } else {
-      const VI off = hn::IfThenElseZero(inside, hn::Add(rowStart, column));
-      const VI g0 = Gather(f.bytes, off), g1 = Gather(f.bytes + f.stride, off);
+      hn::Store(hn::IfThenElseZero(inside, hn::Add(rowStart, column)), di, offsets);
+      const VI g0 = FetchLanes<2>(f.bytes, offsets, N, w0), g1 = FetchLanes<2>(f.bytes + f.stride, offsets, N, w1);
       const VI v = BlendLanes(Byte<0>(g0), Byte<1>(g0), Byte<0>(g1), Byte<1>(g1), fx, fy);
       hn::StoreU(hn::DemoteTo(d8, hn::IfThenElse(inside, v, outside)), d8, out + x);
     }
@@ -191,9 +204,9 @@ int32_t RemapPixels(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, u
   }
   const size_t fstride = (size_t{srcWidth} + 2) * ch;
   const size_t frameBytes = fstride * (size_t{srcHeight} + 2);
-  uint8_t* frame = static_cast<uint8_t*>(tvxGetScratchBufferAligned_(static_cast<uint32_t>(frameBytes + 8), 16));
+  uint8_t* frame = static_cast<uint8_t*>(tvxGetScratchBufferAligned_(static_cast<uint32_t>(frameBytes), 16));
   if (!frame) return 5;
-  std::memset(frame, ch == 4 ? 0 : outsideByte, frameBytes + 8);
+  std::memset(frame, ch == 4 ? 0 : outsideByte, frameBytes);
   for (uint32_t y = 0; y < srcHeight; ++y)
     std::memcpy(frame + (y + 1) * fstride + ch, src + static_cast<size_t>(y) * srcStride, size_t{srcWidth} * ch);
   const Frame f{frame, fstride};
@@ -213,12 +226,12 @@ namespace tvx {
 HWY_EXPORT(RemapPixels);
 
 // The vector kernels index with 32-bit lanes and compare positions in float: sources up to
-// 2^22 pixels a side whose bytes (and framed copy) stay below 2^31, and at least one word of
-// source bytes. Other sources take the reference kernels.
+// 2^22 pixels a side whose bytes (and framed copy) stay below 2^31. Other sources take the
+// reference kernels.
 bool RemapFitsLanes(uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint32_t ch) {
   const uint64_t span = uint64_t{srcStride} * (srcHeight - 1) + uint64_t{srcWidth} * ch;
-  const uint64_t frame = (uint64_t{srcWidth} + 2) * ch * (uint64_t{srcHeight} + 2) + 8;
-  return srcWidth < (1u << 22) && srcHeight < (1u << 22) && span >= 4 && span < (1u << 31) && frame < (1u << 31);
+  const uint64_t frame = (uint64_t{srcWidth} + 2) * ch * (uint64_t{srcHeight} + 2);
+  return srcWidth < (1u << 22) && srcHeight < (1u << 22) && span < (1u << 31) && frame < (1u << 31);
 }
 }  // namespace tvx
 
