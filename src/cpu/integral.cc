@@ -147,7 +147,7 @@ void tvxTiltedIntegralu8s32C(const uint8_t* src, uint32_t srcWidth, uint32_t src
   for (uint32_t Y = 1; Y <= srcHeight; ++Y) {
     const uint8_t* in = src + static_cast<size_t>(Y - 1) * srcStride;
     uint32_t* aw = a + (Y - 1);                   // A at c = Y - 2 + x', x' = 0 .. srcWidth
-    uint32_t* bw = b + (srcHeight + 1 - Y - 1) + 1;  // B at d = x' - Y, x' = 0 .. srcWidth - 1
+    uint32_t* bw = b + (srcHeight + 1 - Y);  // B at d = x' - Y, x' = -1 .. srcWidth - 1
     uint32_t e = 0;
     for (uint32_t x = 0; x < srcWidth; ++x) {
       aw[x] += e;

@@ -117,7 +117,6 @@ void NearestRow(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint3
                 const float* my, uint32_t dstWidth, uint32_t ch, uint8_t outsideByte, uint8_t* out) {
   const DF df;
   const DI di;
-  const hn::Rebind<uint8_t, DI> d8;
   const size_t N = hn::Lanes(df);
   const float wHalf = static_cast<float>(srcWidth) - 0.5f, hHalf = static_cast<float>(srcHeight) - 0.5f;
   const VI stride = hn::Set(di, static_cast<int32_t>(srcStride));
