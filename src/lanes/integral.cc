@@ -233,12 +233,14 @@ HWY_EXPORT(IntegralWithSquares);
 HWY_EXPORT(IntegralYCbCr420);
 }  // namespace tvx
 
+using namespace tvx;
+
 // The vector kernel serves 16-byte aligned buffers with strides multiple of 8 and images below
 // 16843009 pixels; other calls take the reference kernel, which gives the same table.
 void tvxIntegrateImageu8_v2V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint32_t* dst,
                              uint32_t dstStride) {
   if (tvx_aligned16(src, dst) && tvx_aligned8(srcStride, dstStride) && uint64_t{srcWidth} * srcHeight < 16843009u) {
-    HWY_DYNAMIC_DISPATCH(tvx::IntegralPadded)(src, srcWidth, srcHeight, srcStride, dst, dstStride);
+    HWY_DYNAMIC_DISPATCH(IntegralPadded)(src, srcWidth, srcHeight, srcStride, dst, dstStride);
   } else {
     tvxIntegrateImageu8_v2C(src, srcWidth, srcHeight, srcStride, dst, dstStride);
   }
@@ -247,7 +249,7 @@ void tvxIntegrateImageu8_v2V(const uint8_t* src, uint32_t srcWidth, uint32_t src
 void tvxIntegrateImageu8u64V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride,
                              uint32_t* dstIntgrl, uint64_t* dstIntgrlSqrd, uint32_t dstIntgrlStride,
                              uint32_t dstIntgrlSqrdStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::IntegralWithSquares)(src, srcWidth, srcHeight, srcStride, dstIntgrl, dstIntgrlSqrd,
+  HWY_DYNAMIC_DISPATCH(IntegralWithSquares)(src, srcWidth, srcHeight, srcStride, dstIntgrl, dstIntgrlSqrd,
                                                  dstIntgrlStride, dstIntgrlSqrdStride);
 }
 
@@ -256,7 +258,7 @@ void tvxIntegrateImageYCbCr420PseudoPlanaru8V(const uint8_t* srcY, const uint8_t
                                               uint32_t* integralY, uint32_t* integralCb, uint32_t* integralCr,
                                               uint32_t integralYStride, uint32_t integralCbStride,
                                               uint32_t integralCrStride) {
-  HWY_DYNAMIC_DISPATCH(tvx::IntegralYCbCr420)(srcY, srcC, srcWidth, srcHeight, srcYStride, srcCStride, integralY,
+  HWY_DYNAMIC_DISPATCH(IntegralYCbCr420)(srcY, srcC, srcWidth, srcHeight, srcYStride, srcCStride, integralY,
                                               integralCb, integralCr, integralYStride, integralCbStride,
                                               integralCrStride);
 }

@@ -61,15 +61,19 @@ inline VI FixedLanes(VF m, VF lo, VF hi) {
 // (and emulated on NEON), while the loads themselves are cheap.
 constexpr size_t kMaxLanes = HWY_MAX_BYTES / sizeof(float);
 
-// Words of `bytes` bytes (1, 2 or 4) at base + offset for each lane, zero-extended to 32 bits.
+// The neighbour pairs of each lane: `bytes` bytes at base + offset into top and at the same
+// place one row down into bottom, zero-extended to 32 bits (4-byte pixels: two words each).
 template <size_t bytes>
-inline VI FetchLanes(const uint8_t* base, const int32_t* offsets, size_t n, int32_t* words) {
+inline void FetchNeighbours(const uint8_t* base, size_t stride, const int32_t* offsets, size_t n, int32_t* top,
+                            int32_t* bottom) {
   for (size_t i = 0; i < n; ++i) {
-    uint32_t w = 0;
-    std::memcpy(&w, base + offsets[i], bytes);  // little-endian targets: the first byte is the low one
-    words[i] = static_cast<int32_t>(w);
+    const uint8_t* p = base + offsets[i];
+    uint32_t a = 0, b = 0;  // little-endian targets: the first byte is the low one
+    std::memcpy(&a, p, bytes);
+    std::memcpy(&b, p + stride, bytes);
+    top[i] = static_cast<int32_t>(a);
+    bottom[i] = static_cast<int32_t>(b);
   }
-  return hn::Load(DI(), words);
 }
 
 template <int k>
@@ -168,9 +172,9 @@ void BilinearRow(const Frame& f, uint32_t srcWidth, uint32_t srcHeight, const fl
     const VI rowStart = hn::Mul(hn::Add(hn::ShiftRight<5>(Y), one), fstride);
     if (ch == 4) {
       hn::Store(hn::IfThenElseZero(inside, hn::Add(rowStart, hn::ShiftLeft<2>(column))), di, offsets);
-      const VI g00 = FetchLanes<4>(f.bytes, offsets, N, w0), g01 = FetchLanes<4>(f.bytes + 4, offsets, N, w1);
-      const VI g10 = FetchLanes<4>(f.bytes + f.stride, offsets, N, w2);
-      const VI g11 = FetchLanes<4>(f.bytes + f.stride + 4, offsets, N, w3);
+      FetchNeighbours<4>(f.bytes, f.stride, offsets, N, w0, w2);
+      FetchNeighbours<4>(f.bytes + 4, f.stride, offsets, N, w1, w3);
+      const VI g00 = hn::Load(di, w0), g01 = hn::Load(di, w1), g10 = hn::Load(di, w2), g11 = hn::Load(di, w3);
       VI v = BlendLanes(Byte<0>(g00), Byte<0>(g01), Byte<0>(g10), Byte<0>(g11), fx, fy);
       v = hn::Or(v, hn::ShiftLeft<8>(BlendLanes(Byte<1>(g00), Byte<1>(g01), Byte<1>(g10), Byte<1>(g11), fx, fy)));
       v = hn::Or(v, hn::ShiftLeft<16>(BlendLanes(Byte<2>(g00), Byte<2>(g01), Byte<2>(g10), Byte<2>(g11), fx, fy)));
@@ -178,7 +182,8 @@ void BilinearRow(const Frame& f, uint32_t srcWidth, uint32_t srcHeight, const fl
       hn::StoreU(hn::IfThenElseZero(inside, v), di, reinterpret_cast<int32_t*>(out + 4 * x));
     } else {
       hn::Store(hn::IfThenElseZero(inside, hn::Add(rowStart, column)), di, offsets);
-      const VI g0 = FetchLanes<2>(f.bytes, offsets, N, w0), g1 = FetchLanes<2>(f.bytes + f.stride, offsets, N, w1);
+      FetchNeighbours<2>(f.bytes, f.stride, offsets, N, w0, w1);
+      const VI g0 = hn::Load(di, w0), g1 = hn::Load(di, w1);
       const VI v = BlendLanes(Byte<0>(g0), Byte<1>(g0), Byte<0>(g1), Byte<1>(g1), fx, fy);
       hn::StoreU(hn::DemoteTo(d8, hn::IfThenElse(inside, v, outside)), d8, out + x);
     }
@@ -234,14 +239,16 @@ bool RemapFitsLanes(uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, u
 }
 }  // namespace tvx
 
+using namespace tvx;
+
 int32_t tvxRemapu8_v2V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                        uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride, const float* mapX, const float* mapY,
                        uint32_t mapStride, uint32_t interpolation, uint32_t borderType, uint32_t borderValue) {
-  if (interpolation > 1 || !tvx::RemapFitsLanes(srcWidth, srcHeight, srcStride, 1))
+  if (interpolation > 1 || !RemapFitsLanes(srcWidth, srcHeight, srcStride, 1))
     return tvxRemapu8_v2C(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride, mapX, mapY, mapStride,
                           interpolation, borderType, borderValue);
   const uint8_t outside = borderType == tvxremap::kBorderConstant ? static_cast<uint8_t>(borderValue) : 0;
-  return HWY_DYNAMIC_DISPATCH(tvx::RemapPixels)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride,
+  return HWY_DYNAMIC_DISPATCH(RemapPixels)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride,
                                                 mapX, mapY, mapStride, interpolation, 1, outside);
 }
 
@@ -255,20 +262,20 @@ int32_t tvxRemapu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, u
 int32_t tvxRemapRGBA8888NNu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                               uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride, const float* mapX,
                               const float* mapY, uint32_t mapStride) {
-  if (!tvx::RemapFitsLanes(srcWidth, srcHeight, srcStride, 4))
+  if (!RemapFitsLanes(srcWidth, srcHeight, srcStride, 4))
     return tvxRemapRGBA8888NNu8C(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride, mapX, mapY,
                                  mapStride);
-  return HWY_DYNAMIC_DISPATCH(tvx::RemapPixels)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride,
+  return HWY_DYNAMIC_DISPATCH(RemapPixels)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride,
                                                 mapX, mapY, mapStride, 0, 4, 0);
 }
 
 int32_t tvxRemapRGBA8888BLu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                               uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride, const float* mapX,
                               const float* mapY, uint32_t mapStride) {
-  if (!tvx::RemapFitsLanes(srcWidth, srcHeight, srcStride, 4))
+  if (!RemapFitsLanes(srcWidth, srcHeight, srcStride, 4))
     return tvxRemapRGBA8888BLu8C(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride, mapX, mapY,
                                  mapStride);
-  return HWY_DYNAMIC_DISPATCH(tvx::RemapPixels)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride,
+  return HWY_DYNAMIC_DISPATCH(RemapPixels)(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride,
                                                 mapX, mapY, mapStride, 1, 4, 0);
 }
 #endif  // HWY_ONCE
