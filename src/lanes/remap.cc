@@ -61,6 +61,10 @@ inline VI FixedLanes(VF m, VF lo, VF hi) {
 // (and emulated on NEON), while the loads themselves are cheap.
 constexpr size_t kMaxLanes = HWY_MAX_BYTES / sizeof(float);
 
+// Keeps the compiler from replacing the scalar reloads of stored lanes by lane extractions,
+// which cost more on the cores measured than a store and its forwarded loads.
+inline void KeepInMemory(const void* p) { asm volatile("" : : "r"(p) : "memory"); }
+
 // The neighbour pairs of each lane: `bytes` bytes at base + offset into top and at the same
 // place one row down into bottom, zero-extended to 32 bits (4-byte pixels: two words each).
 template <size_t bytes>
@@ -74,6 +78,8 @@ inline void FetchNeighbours(const uint8_t* base, size_t stride, const int32_t* o
     top[i] = static_cast<int32_t>(a);
     bottom[i] = static_cast<int32_t>(b);
   }
+  KeepInMemory(top);
+  KeepInMemory(bottom);
 }
 
 template <int k>
@@ -134,6 +140,7 @@ void NearestRow(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint3
     // Offsets of inside pixels, -1 for outside ones.
     const VI column = ch == 4 ? hn::ShiftLeft<2>(xi) : xi;
     hn::Store(hn::IfThenElse(inside, hn::Add(hn::Mul(yi, stride), column), hn::Set(di, -1)), di, offsets);
+    KeepInMemory(offsets);
     if (ch == 4) {
       uint8_t* o = out + 4 * x;
       for (size_t i = 0; i < N; ++i) {
@@ -172,6 +179,7 @@ void BilinearRow(const Frame& f, uint32_t srcWidth, uint32_t srcHeight, const fl
     const VI rowStart = hn::Mul(hn::Add(hn::ShiftRight<5>(Y), one), fstride);
     if (ch == 4) {
       hn::Store(hn::IfThenElseZero(inside, hn::Add(rowStart, hn::ShiftLeft<2>(column))), di, offsets);
+      KeepInMemory(offsets);
       FetchNeighbours<4>(f.bytes, f.stride, offsets, N, w0, w2);
       FetchNeighbours<4>(f.bytes + 4, f.stride, offsets, N, w1, w3);
       const VI g00 = hn::Load(di, w0), g01 = hn::Load(di, w1), g10 = hn::Load(di, w2), g11 = hn::Load(di, w3);
@@ -182,6 +190,7 @@ void BilinearRow(const Frame& f, uint32_t srcWidth, uint32_t srcHeight, const fl
       hn::StoreU(hn::IfThenElseZero(inside, v), di, reinterpret_cast<int32_t*>(out + 4 * x));
     } else {
       hn::Store(hn::IfThenElseZero(inside, hn::Add(rowStart, column)), di, offsets);
+      KeepInMemory(offsets);
       FetchNeighbours<2>(f.bytes, f.stride, offsets, N, w0, w1);
       const VI g0 = hn::Load(di, w0), g1 = hn::Load(di, w1);
       const VI v = BlendLanes(Byte<0>(g0), Byte<1>(g0), Byte<0>(g1), Byte<1>(g1), fx, fy);
