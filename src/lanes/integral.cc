@@ -180,6 +180,41 @@ void IntegralWithSquares(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeig
     // row's u64 running total, so any width is exact.
     uint64_t base = 0;
     uint32_t x = 0;
+#if HWY_MAX_BYTES >= 32
+    {
+      const D16W d16w;
+      const D32W d32w;
+      const hn::CappedTag<uint64_t, 4> d64w;
+      const hn::Half<D16W> h16w;
+      const hn::Half<D32W> h32w;
+      auto total = hn::Zero(d64w);
+      for (; x + 16 <= srcWidth; x += 16) {
+        const auto v = hn::PromoteTo(d16w, hn::LoadU(d8, in + x));
+        const auto q = hn::Mul(v, v);  // at most 65025
+        // Two u32 vectors of 8, each scanned per 4-lane block, the low block's total moved up.
+        auto scan = [&](hn::Vec<D32W> w) {
+          w = hn::Add(w, hn::ShiftLeftLanes<1>(d32w, w));
+          w = hn::Add(w, hn::ShiftLeftLanes<2>(d32w, w));
+          return hn::Add(w, hn::ConcatLowerLower(d32w, hn::Broadcast<3>(w), hn::Zero(d32w)));
+        };
+        const auto lo = scan(hn::PromoteTo(d32w, hn::LowerHalf(h16w, q)));
+        auto hi = scan(hn::PromoteTo(d32w, hn::UpperHalf(h16w, q)));
+        const auto loTotal = hn::Broadcast<3>(lo);  // lane 7 in the upper block
+        hi = hn::Add(hi, hn::ConcatUpperUpper(d32w, loTotal, loTotal));
+        const hn::Vec<decltype(d64w)> parts[4] = {
+            hn::PromoteTo(d64w, hn::LowerHalf(h32w, lo)), hn::PromoteTo(d64w, hn::UpperHalf(h32w, lo)),
+            hn::PromoteTo(d64w, hn::LowerHalf(h32w, hi)), hn::PromoteTo(d64w, hn::UpperHalf(h32w, hi))};
+        for (int i = 0; i < 4; ++i) {
+          auto e = hn::Add(total, parts[i]);
+          if (above) e = hn::Add(e, hn::LoadU(d64w, above + x + 4 * i));
+          hn::StoreU(e, d64w, out + x + 4 * i);
+        }
+        const auto hiTotal = hn::Broadcast<3>(hi);
+        total = hn::Add(total, hn::PromoteTo(d64w, hn::UpperHalf(h32w, hiTotal)));
+      }
+      base = hn::GetLane(total);
+    }
+#else
     for (; x + 16 <= srcWidth; x += 16) {
       V32 total = hn::Zero(d32), q[4];
       Squares16(hn::LoadU(d8, in + x), total, q);
@@ -196,6 +231,7 @@ void IntegralWithSquares(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeig
       }
       base += hn::GetLane(total);
     }
+#endif
     for (; x < srcWidth; ++x) {
       base += uint32_t{in[x]} * in[x];
       out[x] = above ? base + above[x] : base;
