@@ -120,6 +120,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addScalePairs(im, pairs);
   addPyramidPairs(im, pairs);
   addWarpPairs(im, pairs);
+  addRemapPairs(im, pairs);
   return pairs;
 }
 

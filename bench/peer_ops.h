@@ -62,6 +62,7 @@ void addColorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addScalePairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addPyramidPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addWarpPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addRemapPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
