@@ -322,7 +322,7 @@ def wide(op, expr):
     used = [p for p in op.params if p.name in names]
     if not any(p.type in INTEGER_TYPES for p in used):
         return expr
-    body = re.sub(r"\bsizeof\(([^()]*)\)", r"int64_t(sizeof(\1))", expr)
+    body = re.sub(r"\bsizeof\s*\(([^()]*)\)", r"int64_t(sizeof(\1))", expr)
     params = ", ".join(f"int64_t {p.name}" if p.type in INTEGER_TYPES else p.decl() for p in used)
     return f"[]({params}) {{ return static_cast<bool>({body}); }}({', '.join(p.name for p in used)})"
 
