@@ -195,6 +195,27 @@ int32_t SobelLevels(const tvxPyramidLevel* imgPyr, tvxPyramidLevel* dxPyr, tvxPy
   return 0;
 }
 
+// Packed levels (first record form): level 0 is the base, each further level the reduction of
+// the one before; a missing level buffer stops the build with the earlier levels valid.
+template <typename T>
+int32_t CreatePacked(const T* base, uint32_t baseWidth, uint32_t baseHeight, uint32_t numLevels,
+                     tvxPyramidLevel* pyramid, void (*reduce)(const T*, uint32_t, uint32_t, T*)) {
+  const uint64_t rowBytes = uint64_t{baseWidth} * sizeof(T);
+  if (rowBytes > UINT32_MAX) return -1;
+  if (!SetLevel0(pyramid[0].ptr, base, static_cast<uint32_t>(rowBytes), rowBytes, baseHeight)) return -1;
+  pyramid[0].width = baseWidth;
+  pyramid[0].height = baseHeight;
+  for (uint32_t i = 1; i < numLevels; ++i) {
+    const tvxPyramidLevel& prev = pyramid[i - 1];
+    tvxPyramidLevel& cur = pyramid[i];
+    cur.width = baseWidth >> i;
+    cur.height = baseHeight >> i;
+    if (cur.ptr == nullptr) return -1;
+    reduce(static_cast<const T*>(prev.ptr), prev.width, prev.height, static_cast<T*>(cur.ptr));
+  }
+  return 0;
+}
+
 }  // namespace
 
 namespace tvxpyr {
@@ -209,18 +230,7 @@ uint32_t LevelSize(uint32_t base, uint32_t level, float scale) {
 int32_t CreateU8(const uint8_t* base, uint32_t baseWidth, uint32_t baseHeight, uint32_t numLevels,
                  tvxPyramidLevel* pyramid, ReduceU8 reduce) {
   CheckCreation(base, baseWidth, baseHeight, numLevels, pyramid, false);
-  if (!SetLevel0(pyramid[0].ptr, base, baseWidth, baseWidth, baseHeight)) return -1;
-  pyramid[0].width = baseWidth;
-  pyramid[0].height = baseHeight;
-  for (uint32_t i = 1; i < numLevels; ++i) {
-    const tvxPyramidLevel& prev = pyramid[i - 1];
-    tvxPyramidLevel& cur = pyramid[i];
-    cur.width = baseWidth >> i;
-    cur.height = baseHeight >> i;
-    if (cur.ptr == nullptr) return -1;
-    reduce(static_cast<const uint8_t*>(prev.ptr), prev.width, prev.height, static_cast<uint8_t*>(cur.ptr));
-  }
-  return 0;
+  return CreatePacked(base, baseWidth, baseHeight, numLevels, pyramid, reduce);
 }
 
 int32_t CreateU8v2(const uint8_t* base, uint32_t baseWidth, uint32_t baseHeight, uint32_t baseStride, uint32_t numLevels,
@@ -239,20 +249,7 @@ int32_t CreateU8v3(const uint8_t* base, uint32_t baseWidth, uint32_t baseHeight,
 int32_t CreateF32(const float* base, uint32_t baseWidth, uint32_t baseHeight, uint32_t numLevels,
                   tvxPyramidLevel* pyramid, ReduceF32 reduce) {
   CheckCreation(base, baseWidth, baseHeight, numLevels, pyramid, false);
-  const uint64_t rowBytes = uint64_t{baseWidth} * 4;
-  if (rowBytes > UINT32_MAX) return -1;
-  if (!SetLevel0(pyramid[0].ptr, base, static_cast<uint32_t>(rowBytes), rowBytes, baseHeight)) return -1;
-  pyramid[0].width = baseWidth;
-  pyramid[0].height = baseHeight;
-  for (uint32_t i = 1; i < numLevels; ++i) {
-    const tvxPyramidLevel& prev = pyramid[i - 1];
-    tvxPyramidLevel& cur = pyramid[i];
-    cur.width = baseWidth >> i;
-    cur.height = baseHeight >> i;
-    if (cur.ptr == nullptr) return -1;
-    reduce(static_cast<const float*>(prev.ptr), prev.width, prev.height, static_cast<float*>(cur.ptr));
-  }
-  return 0;
+  return CreatePacked(base, baseWidth, baseHeight, numLevels, pyramid, reduce);
 }
 
 int32_t CreateF32v2(const float* base, uint32_t baseWidth, uint32_t baseHeight, uint32_t baseStride, uint32_t numLevels,
