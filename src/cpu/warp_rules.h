@@ -7,8 +7,24 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+
+#include "frame/frame.h"
 
 namespace tvxwarp {
+
+// The source inside a one-pixel frame of `value`: a (width + 2) x (height + 2) block from the
+// library allocator (free it with tvxMemFree), or null when it cannot be had.
+inline uint8_t* FramedCopy(const uint8_t* src, uint32_t width, uint32_t height, uint32_t stride, uint32_t value) {
+  const uint64_t fw = uint64_t{width} + 2, fh = uint64_t{height} + 2;
+  if (fw * fh > 0xFFFFFFFFu) return nullptr;
+  uint8_t* framed = static_cast<uint8_t*>(tvxMemAlloc(static_cast<uint32_t>(fw * fh), 16));
+  if (!framed) return nullptr;
+  std::memset(framed, static_cast<int>(value), static_cast<size_t>(fw * fh));
+  for (uint32_t y = 0; y < height; ++y)
+    std::memcpy(framed + (y + 1) * fw + 1, src + static_cast<size_t>(y) * stride, width);
+  return framed;
+}
 
 // Positions are held in 1/32 pixel.
 constexpr int kFracBits = 5;

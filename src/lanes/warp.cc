@@ -541,14 +541,10 @@ int32_t tvxWarpPerspectiveu8_v4V(const uint8_t* src, uint32_t srcWidth, uint32_t
   if (borderType != tvxwarp::kBorderConstant)
     return tvxWarpPerspectiveu8_v3V(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride, M,
                                     interpolation, borderType, borderValue);
-  const uint64_t fw = uint64_t{srcWidth} + 2, fh = uint64_t{srcHeight} + 2;
-  if (fw * fh > 0xFFFFFFFFu) return 5;
-  uint8_t* framed = static_cast<uint8_t*>(tvxMemAlloc(static_cast<uint32_t>(fw * fh), 16));
+  uint8_t* framed = tvxwarp::FramedCopy(src, srcWidth, srcHeight, srcStride, borderValue);
   if (!framed) return 5;
-  std::memset(framed, static_cast<int>(borderValue), static_cast<size_t>(fw * fh));
-  for (uint32_t y = 0; y < srcHeight; ++y)
-    std::memcpy(framed + (y + 1) * fw + 1, src + static_cast<size_t>(y) * srcStride, srcWidth);
-  RunPlane(framed, static_cast<uint32_t>(fw), static_cast<uint32_t>(fh), static_cast<uint32_t>(fw), dst, dstWidth,
+  const uint32_t fw = srcWidth + 2, fh = srcHeight + 2;
+  RunPlane(framed, fw, fh, fw, dst, dstWidth,
         dstHeight, dstStride, M, interpolation, tvxwarp::kBorderConstant, borderValue, 1);
   tvxMemFree(framed);
   return 0;
