@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The test command: installs what is missing, builds, and runs the host suite and the ARMv7
-# suite under qemu-arm, and the host suite again as a debug build under AddressSanitizer and
-# UndefinedBehaviorSanitizer (TAVIX_SANITIZE_TESTS=0 skips that one).
+# suite under qemu-arm, the host suite again as a debug build under AddressSanitizer and
+# UndefinedBehaviorSanitizer (TAVIX_SANITIZE_TESTS=0 skips that one), and the concurrency suite
+# under ThreadSanitizer (TAVIX_TSAN_TESTS=0 skips it).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -18,6 +19,12 @@ if [ "${TAVIX_SANITIZE_TESTS:-1}" = 1 ]; then
   cmake --preset host-debug >/dev/null
   cmake --build --preset host-debug -j"$jobs"
   ctest --preset host-debug -j"$jobs"
+fi
+
+if [ "${TAVIX_TSAN_TESTS:-1}" = 1 ]; then
+  cmake --preset tsan >/dev/null
+  cmake --build --preset tsan -j"$jobs"
+  ctest --preset tsan
 fi
 
 cmake --preset armhf >/dev/null
