@@ -1,6 +1,7 @@
 // Shared harness for checking SIMD variants against reference variants: runs a body on every
 // Highway target compiled into the library and supported here, and provides images whose
-// padding and surroundings carry a guard pattern that must survive every call.
+// padding and surroundings carry a guard pattern that must survive every call, placed in turn
+// against inaccessible pages so that reads outside the rectangle fault as well.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +9,11 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <random>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 #include "hwy/targets.h"
@@ -36,25 +41,65 @@ inline void ForEachTarget(const std::function<void()>& body) {
   hwy::SetSupportedTargetsForTest(0);
 }
 
+// Where an image's rectangle sits in its mapping. Guarded: misalign bytes past a 64-byte boundary
+// with guard bytes all round. PageEnd: the last byte of the last row is the last byte before an
+// inaccessible page, so any read or write past the rectangle faults. PageStart: the first byte
+// of the rectangle is the first byte after an inaccessible page, so any access before it faults.
+enum class Placement { kGuarded, kPageEnd, kPageStart };
+
+// Successive images take the three placements in turn, so every sweep of shapes meets all three
+// (and both tiers of a comparison run on the same placement of their input).
+inline Placement NextPlacement() {
+  static int counter = 0;
+  return static_cast<Placement>(counter++ % 3);
+}
+
 // A width x height image of elemBytes per pixel (channels included) with pad extra bytes per
-// row, whose first pixel sits misalign bytes past a 64-byte boundary. Everything outside the
-// rectangle holds kGuard.
+// row, placed as NextPlacement says (the guarded placement honours misalign). Everything in its
+// mapping outside the rectangle holds kGuard; the mapping is fenced by inaccessible pages.
 class Image {
  public:
-  Image(uint32_t width, uint32_t height, size_t elemBytes, uint32_t pad = 0, uint32_t misalign = 0)
+  Image(uint32_t width, uint32_t height, size_t elemBytes, uint32_t pad = 0, uint32_t misalign = 0,
+        Placement placement = NextPlacement())
       : width_(width), height_(height), rowBytes_(width * elemBytes),
-        stride_(static_cast<uint32_t>(width * elemBytes + pad)), misalign_(misalign),
-        store_(2 * kMargin + misalign + static_cast<size_t>(stride_) * height + 64, kGuard) {}
+        stride_(static_cast<uint32_t>(width * elemBytes + pad)), misalign_(misalign), placement_(placement) {
+    Map(2 * kMargin + misalign + static_cast<size_t>(stride_) * height + 64);
+    std::memset(store_, kGuard, size_);
+    first_ = Locate();
+  }
+  Image(const Image& o)
+      : width_(o.width_), height_(o.height_), rowBytes_(o.rowBytes_), stride_(o.stride_), misalign_(o.misalign_),
+        placement_(o.placement_) {
+    Map(o.size_);
+    std::memcpy(store_, o.store_, size_);
+    first_ = store_ + (o.first_ - o.store_);
+  }
+  Image& operator=(const Image& o) {
+    if (this != &o) {
+      Image copy(o);
+      Swap(copy);
+    }
+    return *this;
+  }
+  Image(Image&& o) noexcept { Swap(o); }
+  Image& operator=(Image&& o) noexcept {
+    Swap(o);
+    return *this;
+  }
+  ~Image() {
+    if (mapping_) munmap(mapping_, size_ + 2 * PageBytes());
+  }
 
-  uint8_t* bytes() { return first(); }
-  const uint8_t* bytes() const { return const_cast<Image*>(this)->first(); }
-  template <typename T> T* as() { return reinterpret_cast<T*>(first()); }
-  template <typename T> const T* as() const { return reinterpret_cast<const T*>(bytes()); }
+  uint8_t* bytes() { return first_; }
+  const uint8_t* bytes() const { return first_; }
+  template <typename T> T* as() { return reinterpret_cast<T*>(first_); }
+  template <typename T> const T* as() const { return reinterpret_cast<const T*>(first_); }
   uint32_t stride() const { return stride_; }
   uint32_t width() const { return width_; }
   uint32_t height() const { return height_; }
-  uint8_t* row(uint32_t y) { return first() + static_cast<size_t>(y) * stride_; }
-  const uint8_t* row(uint32_t y) const { return bytes() + static_cast<size_t>(y) * stride_; }
+  Placement placement() const { return placement_; }
+  uint8_t* row(uint32_t y) { return first_ + static_cast<size_t>(y) * stride_; }
+  const uint8_t* row(uint32_t y) const { return first_ + static_cast<size_t>(y) * stride_; }
   template <typename T> T& at(uint32_t x, uint32_t y) { return reinterpret_cast<T*>(row(y))[x]; }
 
   // Random bytes inside the rectangle; the guard stays.
@@ -82,21 +127,19 @@ class Image {
     }
   }
 
-  // Every byte outside the rectangle still holds the guard.
+  // Every byte of the mapping outside the rectangle still holds the guard.
   ::testing::AssertionResult GuardsIntact() const {
-    const uint8_t* base = store_.data();
-    const uint8_t* start = bytes();
-    for (size_t i = 0; i < store_.size(); ++i) {
-      const uint8_t* p = base + i;
+    for (size_t i = 0; i < size_; ++i) {
+      const uint8_t* p = store_ + i;
       bool inside = false;
-      if (p >= start) {
-        size_t off = static_cast<size_t>(p - start);
+      if (p >= first_) {
+        size_t off = static_cast<size_t>(p - first_);
         size_t y = off / stride_;
         inside = y < height_ && off % stride_ < rowBytes_;
       }
       if (!inside && *p != kGuard) {
         return ::testing::AssertionFailure()
-               << "guard byte overwritten at offset " << (p - start) << " from the first pixel";
+               << "guard byte overwritten at offset " << (p - first_) << " from the first pixel";
       }
     }
     return ::testing::AssertionSuccess();
@@ -121,16 +164,55 @@ class Image {
   }
 
  private:
-  uint8_t* first() {
-    uintptr_t p = reinterpret_cast<uintptr_t>(store_.data()) + kMargin;
+  static size_t PageBytes() { return static_cast<size_t>(sysconf(_SC_PAGESIZE)); }
+
+  // size bytes rounded up to whole pages, between two inaccessible pages.
+  void Map(size_t bytes) {
+    const size_t page = PageBytes();
+    size_ = (bytes + page - 1) / page * page;
+    void* m = mmap(nullptr, size_ + 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (m == MAP_FAILED) throw std::bad_alloc();
+    mapping_ = static_cast<uint8_t*>(m);
+    mprotect(mapping_, page, PROT_NONE);
+    mprotect(mapping_ + page + size_, page, PROT_NONE);
+    store_ = mapping_ + page;
+  }
+  uint8_t* Locate() const {
+    switch (placement_) {
+      case Placement::kPageEnd: {
+        const size_t extent = height_ == 0 ? 0 : static_cast<size_t>(height_ - 1) * stride_ + rowBytes_;
+        return store_ + size_ - extent;
+      }
+      case Placement::kPageStart:
+        return store_;
+      case Placement::kGuarded:
+        break;
+    }
+    uintptr_t p = reinterpret_cast<uintptr_t>(store_) + kMargin;
     p = (p + 63) & ~uintptr_t{63};
     return reinterpret_cast<uint8_t*>(p + misalign_);
   }
+  void Swap(Image& o) noexcept {
+    std::swap(width_, o.width_);
+    std::swap(height_, o.height_);
+    std::swap(rowBytes_, o.rowBytes_);
+    std::swap(stride_, o.stride_);
+    std::swap(misalign_, o.misalign_);
+    std::swap(placement_, o.placement_);
+    std::swap(mapping_, o.mapping_);
+    std::swap(store_, o.store_);
+    std::swap(size_, o.size_);
+    std::swap(first_, o.first_);
+  }
 
-  uint32_t width_, height_;
-  size_t rowBytes_;
-  uint32_t stride_, misalign_;
-  std::vector<uint8_t> store_;
+  uint32_t width_ = 0, height_ = 0;
+  size_t rowBytes_ = 0;
+  uint32_t stride_ = 0, misalign_ = 0;
+  Placement placement_ = Placement::kGuarded;
+  uint8_t* mapping_ = nullptr;  // the whole mapping, fence pages included
+  uint8_t* store_ = nullptr;    // its accessible part
+  size_t size_ = 0;             // bytes in the accessible part
+  uint8_t* first_ = nullptr;    // the first pixel
 };
 
 struct Shape {
