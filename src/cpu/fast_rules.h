@@ -77,6 +77,28 @@ inline uint32_t Score(const uint8_t* p, const int32_t* off, int32_t barrier) {
   return static_cast<uint32_t>(static_cast<int32_t>(lo));
 }
 
+// The same score without the search. A corner passes at t when some arc of N circle pixels has
+// every p - c > t (or every c - p > t), so the largest passing t is the best arc's smallest
+// difference minus 1. It is at most 254, and at least the detection barrier, where the pixel
+// passed; passing is monotone in t, so the bisection ends on exactly this value.
+template <int N>
+inline uint32_t ScoreDirect(const uint8_t* p, const int32_t* off) {
+  int d[32];
+  for (int i = 0; i < 16; ++i) d[i] = d[i + 16] = p[off[i]] - p[0];
+  int best = -256;
+  for (int sign = 1; sign >= -1; sign -= 2) {
+    int m2[31], m4[29];
+    for (int i = 0; i < 31; ++i) m2[i] = sign * d[i] < sign * d[i + 1] ? sign * d[i] : sign * d[i + 1];
+    for (int i = 0; i < 29; ++i) m4[i] = m2[i] < m2[i + 2] ? m2[i] : m2[i + 2];
+    for (int s = 0; s < 16; ++s) {
+      int m = m4[s] < m4[s + 4] ? m4[s] : m4[s + 4];  // pixels s .. s + 7
+      for (int k = 8; k < N; ++k) m = m < sign * d[s + k] ? m : sign * d[s + k];
+      best = m > best ? m : best;
+    }
+  }
+  return static_cast<uint32_t>(best - 1);
+}
+
 // Which mask bit governs an image pixel: the mask has the image's size or exactly 2, 4 or 8
 // times it (larger: mask column x << k) or a 2, 4 or 8 times smaller one (x >> k).
 struct MaskMap {
@@ -112,15 +134,18 @@ struct MaskMap {
   }
 };
 
-// Where a row scanner writes: the corner list, its capacity and the count so far.
+// Where a row scanner writes: the corner list, the scores when the scanner scores as it goes
+// (null otherwise), the capacity and the count so far.
 struct CornerList {
   uint32_t* xy;
+  uint32_t* scores;
   uint32_t capacity;
   uint32_t count;
-  // Appends (x, y); false once the list is full.
-  bool Push(uint32_t x, uint32_t y) {
+  // Appends (x, y) with its score; false once the list is full.
+  bool Push(uint32_t x, uint32_t y, uint32_t score = 0) {
     xy[2 * size_t{count}] = x;
     xy[2 * size_t{count} + 1] = y;
+    if (scores) scores[count] = score;
     return ++count < capacity;
   }
 };
@@ -140,7 +165,9 @@ template <int N>
 inline bool ScanRowScalar(const RowJob& job, CornerList& list) {
   for (uint32_t x = job.x0; x < job.x1; ++x) {
     if (job.mask && job.mask->Masked(job.maskRow, x)) continue;
-    if (SegmentTest<N>(job.row + x, job.offsets, job.barrier) && !list.Push(x, job.y)) return false;
+    if (!SegmentTest<N>(job.row + x, job.offsets, job.barrier)) continue;
+    const uint32_t score = list.scores ? ScoreDirect<N>(job.row + x, job.offsets) : 0;
+    if (!list.Push(x, job.y, score)) return false;
   }
   return true;
 }
@@ -157,19 +184,26 @@ inline uint32_t nms_processing(uint32_t* tempBuf, uint32_t n, uint32_t capacity,
   const uint32_t lastY = list[2 * size_t{n - 1} + 1];
   for (uint32_t r = 0; r <= lastY; ++r) rowIndex[r] = 0xFFFFFFFFu;
   for (uint32_t i = n; i-- > 0;) rowIndex[list[2 * size_t{i} + 1]] = i;
-  // True when a corner of row r at column x - 1 .. x + 1 scores at least s.
-  const auto rowBeats = [&](uint32_t r, uint32_t x, uint32_t s) {
-    for (uint32_t j = rowIndex[r]; j < n && list[2 * size_t{j} + 1] == r && list[2 * size_t{j}] <= x + 1; ++j)
-      if (list[2 * size_t{j}] + 1 >= x && score[j] >= s) return true;
+  // True when a corner of row r at column x - 1 .. x + 1 scores at least s. Corners of a row
+  // come in increasing x, so each neighbouring row keeps a cursor that only moves forward.
+  const auto rowBeats = [&](uint32_t r, uint32_t& j, uint32_t x, uint32_t s) {
+    while (j < n && list[2 * size_t{j} + 1] == r && list[2 * size_t{j}] + 1 < x) ++j;
+    for (uint32_t k = j; k < n && list[2 * size_t{k} + 1] == r && list[2 * size_t{k}] <= x + 1; ++k)
+      if (score[k] >= s) return true;
     return false;
   };
-  uint32_t kept = 0;
+  uint32_t kept = 0, rowOf = 0xFFFFFFFFu, above = 0, below = 0;
   for (uint32_t i = 0; i < n; ++i) {
     const uint32_t x = list[2 * size_t{i}], y = list[2 * size_t{i} + 1], s = score[i];
+    if (y != rowOf) {
+      rowOf = y;
+      above = y > 0 ? rowIndex[y - 1] : n;
+      below = y < lastY ? rowIndex[y + 1] : n;
+    }
     bool beaten = i > 0 && list[2 * size_t{i} - 1] == y && list[2 * size_t{i} - 2] + 1 == x && score[i - 1] >= s;
     beaten = beaten || (i + 1 < n && list[2 * size_t{i} + 3] == y && list[2 * size_t{i} + 2] == x + 1 && score[i + 1] >= s);
-    beaten = beaten || (y > 0 && rowBeats(y - 1, x, s));
-    beaten = beaten || (y < lastY && rowBeats(y + 1, x, s));
+    beaten = beaten || (y > 0 && rowBeats(y - 1, above, x, s));
+    beaten = beaten || (y < lastY && rowBeats(y + 1, below, x, s));
     if (beaten) continue;
     xy[2 * size_t{kept}] = x;
     xy[2 * size_t{kept} + 1] = y;
@@ -179,8 +213,10 @@ inline uint32_t nms_processing(uint32_t* tempBuf, uint32_t n, uint32_t capacity,
   return kept;
 }
 
-// The whole operation over a row scanner `scan(const RowJob&, CornerList&)`.
-template <int N, class Scan>
+// The whole operation over a row scanner `scan(const RowJob&, CornerList&)`. With `direct` the
+// scanner scores each corner as it lists it (the closed form, same values); otherwise the
+// corners are scored by bisection afterwards.
+template <int N, bool direct = false, class Scan>
 inline int32_t Detect(const char* path, const uint8_t* src, uint32_t width, uint32_t height, uint32_t stride,
                       int32_t barrier, uint32_t border, uint32_t* xy, uint32_t* scores, uint32_t capacity,
                       uint32_t* count, const uint8_t* mask, uint32_t maskWidth, uint32_t maskHeight,
@@ -197,18 +233,18 @@ inline int32_t Detect(const char* path, const uint8_t* src, uint32_t width, uint
   make_offsets(offsets, stride);
   // Suppression compares scores, so it runs in the scoring entries only.
   const bool nms = nmsEnabled && scores;
-  CornerList list{nms ? tempBuf : xy, capacity, 0};
+  uint32_t* scoreOut = scores ? (nms ? tempBuf + 2 * size_t{capacity} : scores) : nullptr;
+  CornerList list{nms ? tempBuf : xy, direct ? scoreOut : nullptr, capacity, 0};
   for (uint32_t y = border; y < height - border; ++y) {
     const RowJob job{src + size_t{y} * stride, offsets, barrier, y, border, width - border,
                      mask ? &map : nullptr, mask ? map.Row(y) : nullptr};
     if (!scan(job, list)) break;
   }
   const uint32_t n = list.count;
-  if (scores) {
-    uint32_t* out = nms ? tempBuf + 2 * size_t{capacity} : scores;
+  if (scores && !direct) {
     for (uint32_t i = 0; i < n; ++i) {
       const uint32_t x = list.xy[2 * size_t{i}], y = list.xy[2 * size_t{i} + 1];
-      out[i] = Score<N>(src + size_t{y} * stride + x, offsets, barrier);
+      scoreOut[i] = Score<N>(src + size_t{y} * stride + x, offsets, barrier);
     }
   }
   *count = nms ? nms_processing(tempBuf, n, capacity, xy, scores) : n;

@@ -1,11 +1,12 @@
-// SIMD variants of FAST-9 and FAST-10. Each row is screened a vector of pixels at a time: the
+// SIMD variants of FAST-9 and FAST-10. Each row is tested a vector of pixels at a time: the
 // centre plus and minus the barrier (saturated, which decides exactly as the signed sums for a
-// barrier in 0 .. 255) against the eight even-indexed circle pixels. A run of 9 circle pixels
-// holds at least 4 consecutive even-indexed ones and a run of 10 at least 5, so a pixel without
-// such a run among its even pixels cannot be a corner; the cardinal pixels 0, 4, 8, 12 alone
-// skip most vectors before the other four are read. Surviving pixels go through the reference
-// segment test in scan order, so the list, its truncation at nCornersMax, the scores (computed
-// by the shared scalar bisection; corners are few) and the suppression are the reference's.
+// barrier in 0 .. 255) against the circle pixels. The cardinal pixels 0, 4, 8, 12 go first: a
+// run of 9 or more holds two neighbouring ones of them, so most vectors stop after four loads.
+// The others then load too and the runs are found with whole-vector ANDs (spans of 2, 4, 8 and
+// the rest), so every lane's answer is the segment test's. Corners are listed in scan order
+// with the mask bit checked per corner, which gives the reference's list and its truncation at
+// nCornersMax; suppression is the reference's, and scores come from the scalar closed form
+// (the best arc's smallest difference minus 1), which equals the reference's bisection.
 // A negative barrier, where a pixel can be brighter and darker at once and the saturated sums
 // no longer decide, and row tails narrower than a vector take the scalar scanner.
 #undef HWY_TARGET_INCLUDE
@@ -27,6 +28,7 @@ namespace hn = hwy::HWY_NAMESPACE;
 
 template <int N>
 struct LanesScan {
+  static_assert(N == 9 || N == 10, "runs are built for 9 and 10");
   bool operator()(const tvxfast::RowJob& job, tvxfast::CornerList& list) const {
     const hn::ScalableTag<uint8_t> d;
     const size_t lanes = hn::Lanes(d);
@@ -35,44 +37,76 @@ struct LanesScan {
     using V = decltype(hn::Zero(d));
     const V vb = hn::Set(d, static_cast<uint8_t>(job.barrier));
     const int32_t* off = job.offsets;
-    uint8_t bits[64];  // one bit per lane, up to 512 lanes
+    uint8_t bits[64];         // one bit per lane, up to 512 lanes
+    uint8_t laneScores[512];  // the vector's scores when the list takes them
     uint32_t x = job.x0;
     for (; x + lanes <= job.x1; x += static_cast<uint32_t>(lanes)) {
       const uint8_t* p = job.row + x;
       const auto c = hn::LoadU(d, p);
       const auto hi = hn::SaturatedAdd(c, vb), lo = hn::SaturatedSub(c, vb);
-      V bright[8], dark[8];  // flags of circle pixels 0, 2, 4, ..., 14
-      const auto flag = [&](int k) {
-        const auto v = hn::LoadU(d, p + off[2 * k]);
-        bright[k] = hn::VecFromMask(d, hn::Gt(v, hi));
-        dark[k] = hn::VecFromMask(d, hn::Lt(v, lo));
+      using M = decltype(hn::Gt(c, c));
+      V pixel[16];
+      M bright[16], dark[16];  // per circle pixel: brighter (darker) lanes
+      const auto flag = [&](int i) {
+        pixel[i] = hn::LoadU(d, p + off[i]);
+        bright[i] = hn::Gt(pixel[i], hi);
+        dark[i] = hn::Lt(pixel[i], lo);
       };
-      flag(0), flag(2), flag(4), flag(6);
-      const auto pairs = [&](const V* f) {
-        return hn::Or(hn::Or(hn::And(f[0], f[2]), hn::And(f[2], f[4])), hn::Or(hn::And(f[4], f[6]), hn::And(f[6], f[0])));
+      flag(0), flag(4), flag(8), flag(12);
+      const auto pairs = [&](const M* f) {
+        return hn::Or(hn::Or(hn::And(f[0], f[4]), hn::And(f[4], f[8])), hn::Or(hn::And(f[8], f[12]), hn::And(f[12], f[0])));
       };
-      if (hn::AllFalse(d, hn::MaskFromVec(hn::Or(pairs(bright), pairs(dark))))) continue;
-      flag(1), flag(3), flag(5), flag(7);
-      // Circular runs of 4 (FAST-9) or 5 (FAST-10) set flags among the eight.
-      const auto runs = [&](const V* f) {
-        V two[8];
-        V any = hn::Zero(d);
-        for (int k = 0; k < 8; ++k) two[k] = hn::And(f[k], f[(k + 1) & 7]);
-        for (int k = 0; k < 8; ++k) {
-          V run = hn::And(two[k], two[(k + 2) & 7]);
-          if (N >= 10) run = hn::And(run, f[(k + 4) & 7]);
-          any = hn::Or(any, run);
+      const bool anyBright = !hn::AllFalse(d, pairs(bright)), anyDark = !hn::AllFalse(d, pairs(dark));
+      if (!anyBright && !anyDark) continue;
+      for (int i = 1; i < 16; ++i)
+        if (i % 4 != 0) flag(i);
+      // A circular run of N set flags starting at i: doubling spans 2, 4, 8, then the rest.
+      const auto runs = [&](const M* f) {
+        M two[16], four[16];
+        for (int i = 0; i < 16; ++i) two[i] = hn::And(f[i], f[(i + 1) & 15]);
+        for (int i = 0; i < 16; ++i) four[i] = hn::And(two[i], two[(i + 2) & 15]);
+        M any = hn::And(hn::And(four[0], four[4]), N == 9 ? f[8] : two[8]);
+        for (int i = 1; i < 16; ++i) {
+          const M eight = hn::And(four[i], four[(i + 4) & 15]);
+          any = hn::Or(any, hn::And(eight, N == 9 ? f[(i + 8) & 15] : two[(i + 8) & 15]));
         }
         return any;
       };
-      const auto candidates = hn::MaskFromVec(hn::Or(runs(bright), runs(dark)));
+      M candidates;
+      if (anyBright && anyDark) candidates = hn::Or(runs(bright), runs(dark));
+      else candidates = anyBright ? runs(bright) : runs(dark);
       if (hn::AllFalse(d, candidates)) continue;
+      if (list.scores) {
+        // Per lane the best arc's smallest difference, less 1. Saturated differences only turn
+        // arcs holding a non-positive difference into 0, and a corner's best arc has all of
+        // them above the barrier (>= 0), so they never decide.
+        const auto bestArc = [&](const V* diff) {
+          V two[16], four[16];
+          for (int i = 0; i < 16; ++i) two[i] = hn::Min(diff[i], diff[(i + 1) & 15]);
+          for (int i = 0; i < 16; ++i) four[i] = hn::Min(two[i], two[(i + 2) & 15]);
+          V best = hn::Zero(d);
+          for (int i = 0; i < 16; ++i) {
+            const V eight = hn::Min(four[i], four[(i + 4) & 15]);
+            best = hn::Max(best, hn::Min(eight, N == 9 ? diff[(i + 8) & 15] : two[(i + 8) & 15]));
+          }
+          return best;
+        };
+        V up[16], down[16];
+        for (int i = 0; i < 16; ++i) {
+          up[i] = hn::SaturatedSub(pixel[i], c);
+          down[i] = hn::SaturatedSub(c, pixel[i]);
+        }
+        hn::StoreU(hn::SaturatedSub(hn::Max(bestArc(up), bestArc(down)), hn::Set(d, 1)), d, laneScores);
+      }
       hn::StoreMaskBits(d, candidates, bits);
-      for (size_t i = 0; i < lanes; ++i) {
-        if (!((bits[i >> 3] >> (i & 7)) & 1)) continue;
-        const uint32_t cx = x + static_cast<uint32_t>(i);
-        if (job.mask && job.mask->Masked(job.maskRow, cx)) continue;
-        if (tvxfast::SegmentTest<N>(job.row + cx, off, job.barrier) && !list.Push(cx, job.y)) return false;
+      for (size_t chunk = 0; chunk < (lanes + 63) / 64; ++chunk) {
+        uint64_t word = 0;  // candidate lanes 64 * chunk .. 64 * chunk + 63, in scan order
+        for (size_t b = 0; b < 8 && 8 * chunk + b < (lanes + 7) / 8; ++b) word |= uint64_t{bits[8 * chunk + b]} << (8 * b);
+        for (; word != 0; word &= word - 1) {
+          const uint32_t cx = x + static_cast<uint32_t>(64 * chunk + __builtin_ctzll(word));
+          if (job.mask && job.mask->Masked(job.maskRow, cx)) continue;
+          if (!list.Push(cx, job.y, laneScores[64 * chunk + __builtin_ctzll(word)])) return false;
+        }
       }
     }
     tvxfast::RowJob tail = job;
@@ -87,7 +121,7 @@ int32_t FastCorners9u8(const uint8_t* src, uint32_t width, uint32_t height, uint
                        uint32_t border, uint32_t* xy, uint32_t* scores, uint32_t capacity, uint32_t* count,
                        const uint8_t* mask, uint32_t maskWidth, uint32_t maskHeight, uint32_t nmsEnabled,
                        uint32_t* tempBuf) {
-  return tvxfast::Detect<9>(tvxfast::kFast9Path, src, width, height, stride, barrier, border, xy, scores, capacity,
+  return tvxfast::Detect<9, true>(tvxfast::kFast9Path, src, width, height, stride, barrier, border, xy, scores, capacity,
                             count, mask, maskWidth, maskHeight, nmsEnabled, tempBuf, fast::LanesScan<9>());
 }
 
@@ -95,7 +129,7 @@ int32_t FastCorners10u8(const uint8_t* src, uint32_t width, uint32_t height, uin
                         uint32_t border, uint32_t* xy, uint32_t* scores, uint32_t capacity, uint32_t* count,
                         const uint8_t* mask, uint32_t maskWidth, uint32_t maskHeight, uint32_t nmsEnabled,
                         uint32_t* tempBuf) {
-  return tvxfast::Detect<10>(tvxfast::kFast10Path, src, width, height, stride, barrier, border, xy, scores, capacity,
+  return tvxfast::Detect<10, true>(tvxfast::kFast10Path, src, width, height, stride, barrier, border, xy, scores, capacity,
                              count, mask, maskWidth, maskHeight, nmsEnabled, tempBuf, fast::LanesScan<10>());
 }
 
