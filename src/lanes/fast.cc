@@ -91,12 +91,17 @@ struct LanesScan {
           }
           return best;
         };
-        V up[16], down[16];
-        for (int i = 0; i < 16; ++i) {
-          up[i] = hn::SaturatedSub(pixel[i], c);
-          down[i] = hn::SaturatedSub(c, pixel[i]);
+        // A polarity without a neighbouring cardinal pair has no corner arc: skip it.
+        V diff[16], best = hn::Zero(d);
+        if (anyBright) {
+          for (int i = 0; i < 16; ++i) diff[i] = hn::SaturatedSub(pixel[i], c);
+          best = bestArc(diff);
         }
-        hn::StoreU(hn::SaturatedSub(hn::Max(bestArc(up), bestArc(down)), hn::Set(d, 1)), d, laneScores);
+        if (anyDark) {
+          for (int i = 0; i < 16; ++i) diff[i] = hn::SaturatedSub(c, pixel[i]);
+          best = hn::Max(best, bestArc(diff));
+        }
+        hn::StoreU(hn::SaturatedSub(best, hn::Set(d, 1)), d, laneScores);
       }
       hn::StoreMaskBits(d, candidates, bits);
       for (size_t chunk = 0; chunk < (lanes + 63) / 64; ++chunk) {
