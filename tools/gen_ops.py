@@ -91,6 +91,9 @@ class Op:
         self.cond = merged["cond"]
         self.fail = merged.get("fail")
         self.stride0 = merged.get("stride0", {})
+        # `normalize`: parameters replaced by an expression over the call's values before the
+        # stride defaults and every check (a border below 4 raised to 3).
+        self.normalize = merged.get("normalize", {})
         self.precheck = merged.get("precheck")
         self.downgrade = merged.get("downgrade", "none")
         self.remote = merged.get("remote")
@@ -107,6 +110,9 @@ class Op:
         for p in self.stride0:
             if p not in self.names():
                 sys.exit(f"gen_ops: {self.name}: stride0 names unknown parameter {p}")
+        for p in self.normalize:
+            if p not in self.names():
+                sys.exit(f"gen_ops: {self.name}: normalize names unknown parameter {p}")
         if self.style == "status" and self.ret != "int32_t":
             sys.exit(f"gen_ops: {self.name}: status entries return int32_t")
         if self.ret != "void" and self.style != "status" and self.fail is None:
@@ -121,6 +127,7 @@ class Op:
         view = copy.copy(self)
         view.params = [Param(p) for p in lg["params"]]
         view.stride0 = {}
+        view.normalize = {}
         view.safe_cond = None
         for key in ("cond", "precheck", "downgrade", "remote", "gpu", "inplace_cond", "safe_cond"):
             if key in lg:
@@ -330,6 +337,8 @@ def wide(op, expr):
 def entry_body(op, public_name):
     """Body of an entry point, after its parameters are in the row's form."""
     b = []
+    for p, expr in op.normalize.items():
+        b.append(f"  {p} = {expr};")
     for p, expr in op.stride0.items():
         b.append(f"  if ({p} == 0) {p} = {expr};")
     if op.precheck:
@@ -615,6 +624,8 @@ def gen_api_md(rows, ops, helpers, family):
                 if lg.get("safe_cond"):
                     out.append(f"- `{lg['name']}` also rejects, with its own condition's log line, calls where "
                                f"`{lg['safe_cond']}` does not hold")
+            if op.normalize:
+                out.append("- on entry: " + ", ".join(f"`{k}` = `{v}`" for k, v in op.normalize.items()))
             if op.stride0:
                 out.append("- zero strides mean: " + ", ".join(f"`{k}` = `{v}`" for k, v in op.stride0.items()))
             if op.downgrade != "none":
