@@ -119,7 +119,7 @@ TEST(HarrisLanes, ScoreMapMatchesReferenceBitForBit) {
     for (const Shape& s : shapes) {
       const Image img = Source(s, rng);
       for (auto [ksize, block, normalize] : {std::tuple{3u, 3u, 1u}, std::tuple{5u, 2u, 0u}, std::tuple{7u, 5u, 1u},
-                                             std::tuple{3u, 1u, 0u}}) {
+                                             std::tuple{3u, 1u, 0u}, std::tuple{5u, 6u, 1u}, std::tuple{3u, 40u, 0u}}) {
         SCOPED_TRACE(::testing::Message() << s.width << "x" << s.height << " kernel " << ksize << " block " << block);
         Image mapC(s.width, s.height, 4, s.pad * 4, 4), mapV(s.width, s.height, 4, s.pad * 4, 4);
         const float threshold = normalize ? 60.0f : 0.0f;

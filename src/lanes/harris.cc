@@ -166,6 +166,63 @@ void ScaledProducts(const int16_t* gx, const int16_t* gy, size_t count, float sc
   }
 }
 
+// Window sums across one row of n-wide windows (x - n/2 .. x + (n-1)/2 cut to the row), each
+// added left to right from its first column, as the float box filter does.
+void WindowSumsAcross(const float* p, uint32_t width, uint32_t n, float* out) {
+  const hn::ScalableTag<float> df;
+  const int64_t L = static_cast<int64_t>(hn::Lanes(df));
+  const int64_t w = width, before = n / 2, after = (n - 1) / 2, lo = before, hi = w - after;
+  const auto scalar = [&](int64_t x) {
+    const int64_t x0 = std::max<int64_t>(0, x - before), x1 = std::min<int64_t>(w - 1, x + after);
+    float sum = p[x0];
+    for (int64_t sx = x0 + 1; sx <= x1; ++sx) sum += p[sx];
+    out[x] = sum;
+  };
+  int64_t x = 0;
+  for (; x < std::min(lo, w); ++x) scalar(x);
+  for (; x + L <= hi; x += L) {
+    auto sum = hn::LoadU(df, p + x - before);
+    for (int64_t k = 1; k < int64_t{n}; ++k) sum = hn::Add(sum, hn::LoadU(df, p + x - before + k));
+    hn::StoreU(sum, df, out + x);
+  }
+  for (; x < w; ++x) scalar(x);
+}
+
+// Window means of one output row from the window sums of its rows (added top to bottom), divided
+// by the number of pixels in the window cut to the image.
+void WindowMeans(const float* ringPlane, uint32_t ringRows, size_t rowElems, uint32_t y0, uint32_t rows,
+                 uint32_t width, uint32_t n, float* out) {
+  const auto sumsOf = [&](uint32_t r) { return ringPlane + ((y0 + r) % ringRows) * rowElems; };
+  const hn::ScalableTag<float> df;
+  const int64_t L = static_cast<int64_t>(hn::Lanes(df));
+  const int64_t w = width, before = n / 2, after = (n - 1) / 2, lo = before, hi = w - after;
+  const auto scalar = [&](int64_t x) {
+    const int64_t x0 = std::max<int64_t>(0, x - before), x1 = std::min<int64_t>(w - 1, x + after);
+    float total = sumsOf(0)[x];
+    for (uint32_t r = 1; r < rows; ++r) total += sumsOf(r)[x];
+    out[x] = total / static_cast<float>((x1 - x0 + 1) * int64_t{rows});
+  };
+  int64_t x = 0;
+  for (; x < std::min(lo, w); ++x) scalar(x);
+  const float count = static_cast<float>(int64_t{n} * rows);
+#if HWY_ARCH_ARM_V7
+  for (; x + L <= hi; x += L) {  // float division is an estimate in NEON: divide in scalar code
+    auto total = hn::LoadU(df, sumsOf(0) + x);
+    for (uint32_t r = 1; r < rows; ++r) total = hn::Add(total, hn::LoadU(df, sumsOf(r) + x));
+    hn::StoreU(total, df, out + x);
+    for (int64_t i = 0; i < L; ++i) out[x + i] /= count;
+  }
+#else
+  const auto vcount = hn::Set(df, count);
+  for (; x + L <= hi; x += L) {
+    auto total = hn::LoadU(df, sumsOf(0) + x);
+    for (uint32_t r = 1; r < rows; ++r) total = hn::Add(total, hn::LoadU(df, sumsOf(r) + x));
+    hn::StoreU(hn::Div(total, vcount), df, out + x);
+  }
+#endif
+  for (; x < w; ++x) scalar(x);
+}
+
 // Response row; widens [lo, hi] to cover it.
 void ResponseRow(const float* pxx, const float* pxy, const float* pyy, uint32_t width, float k, float* out, float& lo,
                  float& hi) {
@@ -207,42 +264,67 @@ void NormalizeRow(float* row, uint32_t width, float lo, float range) {
 
 }  // namespace harris
 
+// The score map streams down the image: each row's products go to window sums across, kept in a
+// ring of as many rows as the window has; each output row adds the sums of its window rows,
+// divides, and forms the response. The arithmetic is the reference's (products, then the float
+// box mean, then the response), so the map is the same bit for bit.
 int32_t HarrisScoreMap(const uint8_t* src, uint32_t width, uint32_t height, uint32_t srcStride, float* resp,
-                    uint32_t respStride, uint32_t* xy, uint32_t nCornersMax, uint32_t* nCorners, float k,
-                    uint32_t kernelSize, uint32_t blockSize, uint32_t nms, float minDistance, uint32_t normalize,
-                    float threshold) {
-  const uint64_t pixels = uint64_t{width} * height;
+                       uint32_t respStride, uint32_t* xy, uint32_t nCornersMax, uint32_t* nCorners, float k,
+                       uint32_t kernelSize, uint32_t blockSize, uint32_t nms, float minDistance, uint32_t normalize,
+                       float threshold) {
   *nCorners = 0;
-  if (pixels * (2 * sizeof(int16_t) + 3 * sizeof(float)) > UINT32_MAX) return 5;
-  void* block =
-      tvxGetScratchBufferAligned_(static_cast<uint32_t>(pixels * (2 * sizeof(int16_t) + 3 * sizeof(float))), 64);
+  const uint64_t pixels = uint64_t{width} * height;
+  const uint32_t ringRows = std::min(blockSize, height);
+  const uint64_t row = (uint64_t{width} + 15) & ~uint64_t{15};
+  const uint64_t bytes = pixels * 2 * sizeof(int16_t) + row * sizeof(float) * (6 + 3 * uint64_t{ringRows}) + 64;
+  if (bytes > UINT32_MAX) return 5;
+  void* block = tvxGetScratchBufferAligned_(static_cast<uint32_t>(bytes), 64);
   if (block == nullptr) return 5;
-  float* planes = static_cast<float*>(block);
-  float *pxx = planes, *pxy = planes + pixels, *pyy = planes + 2 * pixels;
-  int16_t* gx = reinterpret_cast<int16_t*>(planes + 3 * pixels);
+  float* rowsBase = static_cast<float*>(block);
+  float* products[3] = {rowsBase, rowsBase + row, rowsBase + 2 * row};
+  float* means[3] = {rowsBase + 3 * row, rowsBase + 4 * row, rowsBase + 5 * row};
+  float* ring = rowsBase + 6 * row;  // plane p, row r at ring + (p * ringRows + r % ringRows) * row
+  int16_t* gx = reinterpret_cast<int16_t*>(ring + 3 * ringRows * row);
   int16_t* gy = gx + pixels;
   const auto sobel = kernelSize == 3   ? tvxFilterSobel3x3u8s16V
                      : kernelSize == 5 ? tvxFilterSobel5x5u8s16V
                                        : tvxFilterSobel7x7u8s16V;
   sobel(src, width, height, srcStride, gx, gy, 2 * width, 2, 0);
   const float scale = static_cast<float>(1.0 / (static_cast<double>(blockSize) * double(1u << (kernelSize - 1)) * 255.0));
-  harris::ScaledProducts(gx, gy, pixels, scale, pxx, pxy, pyy);
-  if (blockSize > 1)
-    for (float* p : {pxx, pxy, pyy}) tvxBoxFilterNxNf32V(p, width, height, 4 * width, p, 4 * width, blockSize);
+  const uint32_t before = blockSize / 2, after = (blockSize - 1) / 2;
+  const auto sumsOf = [&](uint32_t plane, uint32_t r) { return ring + (size_t{plane} * ringRows + r % ringRows) * row; };
+  const auto out = [&](uint32_t y) { return reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(resp) + size_t{y} * respStride); };
   float lo = std::numeric_limits<float>::max(), hi = std::numeric_limits<float>::lowest();
-  const auto row = [&](uint32_t y) { return reinterpret_cast<float*>(reinterpret_cast<uint8_t*>(resp) + size_t{y} * respStride); };
+  uint32_t next = 0;  // the next row whose window sums are due
   for (uint32_t y = 0; y < height; ++y) {
-    const size_t base = size_t{y} * width;
-    harris::ResponseRow(pxx + base, pxy + base, pyy + base, width, k, row(y), lo, hi);
+    const uint32_t y0 = y > before ? y - before : 0, y1 = static_cast<uint32_t>(std::min<uint64_t>(height - 1, uint64_t{y} + after));
+    for (; next <= y1; ++next) {
+      harris::ScaledProducts(gx + size_t{next} * width, gy + size_t{next} * width, width, scale, products[0], products[1],
+                             products[2]);
+      for (uint32_t p = 0; p < 3; ++p) {
+        if (blockSize > 1)
+          harris::WindowSumsAcross(products[p], width, blockSize, sumsOf(p, next));
+        else
+          std::copy(products[p], products[p] + width, sumsOf(p, next));
+      }
+    }
+    for (uint32_t p = 0; p < 3; ++p) {
+      if (blockSize > 1) {
+        harris::WindowMeans(ring + size_t{p} * ringRows * row, ringRows, row, y0, y1 - y0 + 1, width, blockSize, means[p]);
+      } else {
+        std::copy(sumsOf(p, y), sumsOf(p, y) + width, means[p]);
+      }
+    }
+    harris::ResponseRow(means[0], means[1], means[2], width, k, out(y), lo, hi);
   }
   tvxReleaseScratchBuffer_(block);
   if (normalize) {
     const bool flat = !(double{hi} - double{lo} > tvxharris::kFlatRange);
     for (uint32_t y = 0; y < height; ++y) {
       if (flat)
-        std::fill(row(y), row(y) + width, 0.0f);
+        std::fill(out(y), out(y) + width, 0.0f);
       else
-        harris::NormalizeRow(row(y), width, lo, hi - lo);
+        harris::NormalizeRow(out(y), width, lo, hi - lo);
     }
   }
   tvxharris::SelectScoreCorners(resp, width, height, respStride, xy, nCornersMax, nCorners, nms, minDistance, threshold);
