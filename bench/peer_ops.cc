@@ -122,6 +122,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addWarpPairs(im, pairs);
   addRemapPairs(im, pairs);
   addFastPairs(im, pairs);
+  addHarrisPairs(im, pairs);
   return pairs;
 }
 

@@ -64,6 +64,7 @@ void addPyramidPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addWarpPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addRemapPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addFastPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addHarrisPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
