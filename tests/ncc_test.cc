@@ -396,6 +396,13 @@ TEST_F(Ncc, SubPixelOffsetsFollowTheParabolaThroughTheNeighbours) {
     EXPECT_NEAR(r.subY, (d - u) / (4 * c - 2 * (u + d)), 0.03);
     EXPECT_GT(r.subX, 0.05f);
     EXPECT_LT(r.subY, -0.05f);
+    // A best on the edge of the range has no offset along that axis, only across it.
+    for (int side : {-1, 1}) {
+      const Found e = Search(false, t.data(), img.data(), w, h, w, cx - side, cy, 1);
+      ASSERT_TRUE(e.status == 0 && e.x == cx && e.y == cy) << side;
+      EXPECT_EQ(e.subX, 0.f);
+      EXPECT_NEAR(e.subY, r.subY, 1e-6);
+    }
     // At the edge of the range (radius 0) no neighbour is a candidate: offsets stay 0.
     const Found z = Search(circle, t.data(), img.data(), w, h, w, cx, cy, 0);
     EXPECT_TRUE(z.subX == 0.f && z.subY == 0.f);
