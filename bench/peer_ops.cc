@@ -123,6 +123,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addRemapPairs(im, pairs);
   addFastPairs(im, pairs);
   addHarrisPairs(im, pairs);
+  addNccPairs(im, pairs);
   return pairs;
 }
 

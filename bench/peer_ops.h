@@ -65,6 +65,7 @@ void addWarpPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addRemapPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addFastPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addHarrisPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addNccPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
