@@ -130,7 +130,7 @@ TEST_F(VectorLanes, SadBlocksAndMapsMatchReference) {
       src.RandomizeWithExtremes(rng_, 1, 4);
       patch.RandomizeWithExtremes(rng_, 1, 4);
       {
-        Image c(s.width, s.height, 2, 3, 2), v(s.width, s.height, 2, 3, 2);
+        Image c(s.width, s.height, 2, 4, 2), v(s.width, s.height, 2, 4, 2);
         EXPECT_EQ(tvxSumOfAbsoluteDiffs8x8u8_v2C(patch.bytes(), patch.stride(), src.bytes(), s.width, s.height,
                                                  src.stride(), reinterpret_cast<uint16_t*>(c.bytes()), c.stride()), 0);
         EXPECT_EQ(tvxSumOfAbsoluteDiffs8x8u8_v2V(patch.bytes(), patch.stride(), src.bytes(), s.width, s.height,
@@ -139,7 +139,7 @@ TEST_F(VectorLanes, SadBlocksAndMapsMatchReference) {
         EXPECT_TRUE(v.GuardsIntact());
       }
       {
-        Image c(s.width, s.height, 2, 1, 0), v(s.width, s.height, 2, 1, 0);
+        Image c(s.width, s.height, 2, 2, 0), v(s.width, s.height, 2, 2, 0);
         tvxSumOfAbsoluteDiffs16x16u8C(patch.bytes(), patch.stride(), src.bytes(), s.width, s.height, src.stride(),
                                       reinterpret_cast<uint16_t*>(c.bytes()), c.stride());
         tvxSumOfAbsoluteDiffs16x16u8V(patch.bytes(), patch.stride(), src.bytes(), s.width, s.height, src.stride(),

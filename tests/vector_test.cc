@@ -19,6 +19,8 @@ using tvxtest::g_lines;
 class VectorTest : public ::testing::Test {
  protected:
   void SetUp() override {
+    // Mode selection fills the internal table's reference slots (the SAD blocks and maps).
+    ASSERT_EQ(tvxSetOperationMode(TAVIX_OP_EXT_REFERENCE), 0);
     g_lines.clear();
     tvx_set_log_sink(&tvxtest::Capture);
     std::memset(tvxImplTable, 0, sizeof tvxImplTable);
