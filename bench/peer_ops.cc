@@ -124,6 +124,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addFastPairs(im, pairs);
   addHarrisPairs(im, pairs);
   addNccPairs(im, pairs);
+  addVectorPairs(im, pairs);
   return pairs;
 }
 
