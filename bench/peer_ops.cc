@@ -121,6 +121,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addPyramidPairs(im, pairs);
   addWarpPairs(im, pairs);
   addRemapPairs(im, pairs);
+  addOptflowPairs(im, pairs);
   return pairs;
 }
 

@@ -63,6 +63,7 @@ void addScalePairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addPyramidPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addWarpPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addRemapPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
