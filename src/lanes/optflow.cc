@@ -42,10 +42,14 @@ struct PixelLoader<uint8_t> {
   }
 };
 
+// Windows are narrow (15 columns is typical): vectors of at most 8 floats keep a row to two
+// vectors on the widest targets instead of leaving it to the scalar tail.
+using DF = hn::CappedTag<float, 8>;
+
 template <typename T>
 struct LanesKernel {
   static size_t Pitch(int32_t columns) {
-    const hn::ScalableTag<float> df;
+    const DF df;
     const size_t n = hn::Lanes(df);
     return (static_cast<size_t>(columns) + n - 1) / n * n;
   }
@@ -54,7 +58,7 @@ struct LanesKernel {
                      size_t pitch) {
     if (!tvxlk::FootprintInside(level, cx, cy, halfX, halfY)) return false;
     const int32_t cols = 2 * halfX + 1, rows = 2 * halfY + 1;
-    const hn::ScalableTag<float> df;
+    const DF df;
     const size_t n = hn::Lanes(df);
     const tvxlk::Bilinear w = tvxlk::WeightsAt(cx, cy, halfX, halfY);
     const auto w00 = hn::Set(df, w.w00), w01 = hn::Set(df, w.w01), w10 = hn::Set(df, w.w10), w11 = hn::Set(df, w.w11);
@@ -71,6 +75,15 @@ struct LanesKernel {
                                      hn::Mul(w11, PixelLoader<T>::Load(df, r1 + i + 1)));
         hn::StoreU(hn::Add(top2, bottom2), df, o + i);
       }
+      if (i < size_t(cols) && size_t(cols) >= n) {  // the last vector again, ending at the last column
+        i = size_t(cols) - n;
+        const auto top2 = hn::Add(hn::Mul(w00, PixelLoader<T>::Load(df, r0 + i)),
+                                  hn::Mul(w01, PixelLoader<T>::Load(df, r0 + i + 1)));
+        const auto bottom2 = hn::Add(hn::Mul(w10, PixelLoader<T>::Load(df, r1 + i)),
+                                     hn::Mul(w11, PixelLoader<T>::Load(df, r1 + i + 1)));
+        hn::StoreU(hn::Add(top2, bottom2), df, o + i);
+        i = size_t(cols);
+      }
       for (; i < size_t(cols); ++i) o[i] = tvxlk::Blend(w, float(r0[i]), float(r0[i + 1]), float(r1[i]), float(r1[i + 1]));
     }
     return true;
@@ -78,52 +91,56 @@ struct LanesKernel {
 
   static void Gradients(const float* ext, size_t extPitch, int32_t cols, int32_t rows, float* ix, float* iy,
                         size_t pitch, float g[3]) {
-    const hn::ScalableTag<float> df;
+    const DF df;
     const size_t n = hn::Lanes(df);
     const auto side = hn::Set(df, tvxlk::kSide), mid = hn::Set(df, tvxlk::kMid);
-    auto sxx = hn::Zero(df), sxy = hn::Zero(df), syy = hn::Zero(df);
-    float txx = 0.0f, txy = 0.0f, tyy = 0.0f;
     for (int32_t j = 0; j < rows; ++j) {
       const float* e0 = ext + j * extPitch;
       const float* e1 = e0 + extPitch;
       const float* e2 = e1 + extPitch;
-      size_t i = 0;
-      for (; i + n <= size_t(cols); i += n) {
+      const auto derive = [&](size_t i) {
         const auto l0 = hn::LoadU(df, e0 + i), c0 = hn::LoadU(df, e0 + i + 1), r0 = hn::LoadU(df, e0 + i + 2);
         const auto l1 = hn::LoadU(df, e1 + i), r1 = hn::LoadU(df, e1 + i + 2);
         const auto l2 = hn::LoadU(df, e2 + i), c2 = hn::LoadU(df, e2 + i + 1), r2 = hn::LoadU(df, e2 + i + 2);
-        const auto gx = hn::Add(hn::Add(hn::Mul(side, hn::Sub(r0, l0)), hn::Mul(mid, hn::Sub(r1, l1))),
-                                hn::Mul(side, hn::Sub(r2, l2)));
-        const auto gy = hn::Add(hn::Add(hn::Mul(side, hn::Sub(l2, l0)), hn::Mul(mid, hn::Sub(c2, c0))),
-                                hn::Mul(side, hn::Sub(r2, r0)));
-        hn::StoreU(gx, df, ix + j * pitch + i);
-        hn::StoreU(gy, df, iy + j * pitch + i);
+        hn::StoreU(hn::Add(hn::Add(hn::Mul(side, hn::Sub(r0, l0)), hn::Mul(mid, hn::Sub(r1, l1))),
+                           hn::Mul(side, hn::Sub(r2, l2))),
+                   df, ix + j * pitch + i);
+        hn::StoreU(hn::Add(hn::Add(hn::Mul(side, hn::Sub(l2, l0)), hn::Mul(mid, hn::Sub(c2, c0))),
+                           hn::Mul(side, hn::Sub(r2, r0))),
+                   df, iy + j * pitch + i);
+      };
+      size_t i = 0;
+      for (; i + n <= size_t(cols); i += n) derive(i);
+      if (i < size_t(cols) && size_t(cols) >= n) {  // the last vector again, ending at the last column
+        derive(size_t(cols) - n);
+        i = size_t(cols);
+      }
+      for (; i < size_t(cols); ++i) {
+        ix[j * pitch + i] = (tvxlk::kSide * (e0[i + 2] - e0[i]) + tvxlk::kMid * (e1[i + 2] - e1[i])) +
+                            tvxlk::kSide * (e2[i + 2] - e2[i]);
+        iy[j * pitch + i] = (tvxlk::kSide * (e2[i] - e0[i]) + tvxlk::kMid * (e2[i + 1] - e0[i + 1])) +
+                            tvxlk::kSide * (e2[i + 2] - e0[i + 2]);
+      }
+    }
+    // The sums over whole padded rows (the padding is zero).
+    auto sxx = hn::Zero(df), sxy = hn::Zero(df), syy = hn::Zero(df);
+    for (int32_t j = 0; j < rows; ++j)
+      for (size_t k = 0; k < pitch; k += n) {
+        const auto gx = hn::LoadU(df, ix + j * pitch + k), gy = hn::LoadU(df, iy + j * pitch + k);
         sxx = hn::Add(sxx, hn::Mul(gx, gx));
         sxy = hn::Add(sxy, hn::Mul(gx, gy));
         syy = hn::Add(syy, hn::Mul(gy, gy));
       }
-      for (; i < size_t(cols); ++i) {
-        const float gx = (tvxlk::kSide * (e0[i + 2] - e0[i]) + tvxlk::kMid * (e1[i + 2] - e1[i])) +
-                         tvxlk::kSide * (e2[i + 2] - e2[i]);
-        const float gy = (tvxlk::kSide * (e2[i] - e0[i]) + tvxlk::kMid * (e2[i + 1] - e0[i + 1])) +
-                         tvxlk::kSide * (e2[i + 2] - e0[i + 2]);
-        ix[j * pitch + i] = gx;
-        iy[j * pitch + i] = gy;
-        txx += gx * gx;
-        txy += gx * gy;
-        tyy += gy * gy;
-      }
-    }
-    g[0] = hn::GetLane(hn::SumOfLanes(df, sxx)) + txx;
-    g[1] = hn::GetLane(hn::SumOfLanes(df, sxy)) + txy;
-    g[2] = hn::GetLane(hn::SumOfLanes(df, syy)) + tyy;
+    g[0] = hn::GetLane(hn::SumOfLanes(df, sxx));
+    g[1] = hn::GetLane(hn::SumOfLanes(df, sxy));
+    g[2] = hn::GetLane(hn::SumOfLanes(df, syy));
   }
 
   // Whole padded rows: the padding of ix, iy and the second window is zero, and the first
   // window's padding reads finite pixels of its frame, so padded lanes add nothing.
   static void Mismatch(const float* first, size_t firstPitch, const float* second, const float* ix, const float* iy,
                        size_t pitch, int32_t, int32_t rows, float b[2]) {
-    const hn::ScalableTag<float> df;
+    const DF df;
     const size_t n = hn::Lanes(df);
     auto bx = hn::Zero(df), by = hn::Zero(df);
     for (int32_t j = 0; j < rows; ++j) {
