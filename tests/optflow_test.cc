@@ -110,6 +110,14 @@ TEST_F(OptflowTest, TracksKnownTranslations) {
       EXPECT_GE(worst, 0.0) << "a feature was lost";
       EXPECT_LT(worst, 0.05);
     }
+    // In place: featureXY_out over featureXY gives the same positions.
+    const Result apart = Track(kU8v2, s, p, xy, c.window, c.levels);
+    std::vector<float> inPlace(xy);
+    std::vector<int32_t> status(xy.size() / 2);
+    tvxTrackLKOpticalFlowu8_v2(s.a.data(), s.b.data(), s.width, s.height, s.stride, p.a2.data(), p.b2.data(), nullptr,
+                               nullptr, inPlace.data(), inPlace.data(), status.data(), int32_t(status.size()),
+                               c.window, c.window, c.levels, 2, 30, 0.0001f);
+    EXPECT_EQ(inPlace, apart.xy);
   }
   EXPECT_TRUE(tvxtest::g_lines.empty());
 }

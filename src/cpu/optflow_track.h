@@ -156,7 +156,14 @@ int32_t Track(const Request& r) {
   const int32_t cols = 2 * hw + 1, rows = 2 * hh + 1;
   const size_t extPitch = K::Pitch(cols + 2), pitch = K::Pitch(cols);
   const uint64_t extFloats = uint64_t(extPitch) * (rows + 2), winFloats = uint64_t(pitch) * rows;
-  const uint64_t bytes = (extFloats + 3 * winFloats) * sizeof(float) + 12u * uint64_t(r.nLevels);
+  // Tracking in place (featureXY_out over featureXY) keeps a copy of the first image's positions
+  // after the per-level bytes, as every level reads them again.
+  const size_t n = static_cast<size_t>(r.nFeatures);
+  const uintptr_t in0 = reinterpret_cast<uintptr_t>(r.featureXY), out0 = reinterpret_cast<uintptr_t>(r.out);
+  const uint64_t span = 2 * uint64_t(n) * sizeof(float);
+  const bool inPlace = in0 < out0 + span && out0 < in0 + span;
+  const uint64_t bytes =
+      (extFloats + 3 * winFloats) * sizeof(float) + 12u * uint64_t(r.nLevels) + (inPlace ? span : 0);
   if (bytes > 0x7FFFFFFFu) return 5;
   float* area = static_cast<float*>(tvxGetScratchBufferAligned_(static_cast<uint32_t>(bytes), 16));
   if (!area) return 5;
@@ -167,9 +174,16 @@ int32_t Track(const Request& r) {
   float* jw = iy + winFloats;
   float* scale = jw + winFloats;  // one float per level; the rest of the 12 bytes is spare
   for (int32_t l = 0; l < r.nLevels; ++l) scale[l] = std::ldexp(1.0f, -l);
+  const float* featureXY = r.featureXY;
+  if (inPlace) {
+    float* copy = scale + 3 * r.nLevels;
+    std::memcpy(copy, r.featureXY, static_cast<size_t>(span));
+    featureXY = copy;
+  }
+  const float* start = r.start == r.featureXY ? featureXY : r.start;
 
-  const size_t n = static_cast<size_t>(r.nFeatures);
-  for (size_t i = 0; i < 2 * n; ++i) r.out[i] = r.start[i];
+  if (r.out != start)
+    for (size_t i = 0; i < 2 * n; ++i) r.out[i] = start[i];
   for (size_t i = 0; i < n; ++i) r.status[i] = kTracked;
 
   const float* interior = ext + extPitch + 1;  // the first image's window without its frame
@@ -178,11 +192,11 @@ int32_t Track(const Request& r) {
     const Level& b = levels2[l];
     for (size_t f = 0; f < n; ++f) {
       if (r.status[f] != kTracked) continue;
-      const float px = r.featureXY[2 * f] * scale[l], py = r.featureXY[2 * f + 1] * scale[l];
+      const float px = featureXY[2 * f] * scale[l], py = featureXY[2 * f + 1] * scale[l];
       float gx, gy;
       if (l == r.nLevels - 1) {
-        gx = r.start[2 * f] * scale[l];
-        gy = r.start[2 * f + 1] * scale[l];
+        gx = start[2 * f] * scale[l];
+        gy = start[2 * f + 1] * scale[l];
       } else {
         gx = 2.0f * r.out[2 * f];
         gy = 2.0f * r.out[2 * f + 1];
