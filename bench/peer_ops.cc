@@ -125,6 +125,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addHarrisPairs(im, pairs);
   addNccPairs(im, pairs);
   addVectorPairs(im, pairs);
+  addOptflowPairs(im, pairs);
   return pairs;
 }
 

@@ -67,6 +67,7 @@ void addFastPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addHarrisPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addNccPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addVectorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
