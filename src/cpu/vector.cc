@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "cpu/vector_rules.h"
 #include "frame/frame.h"
 
 namespace {
@@ -50,24 +51,13 @@ void DotNormX4(const T* a, float invLengthA, const T* b0, const T* b1, const T* 
   for (int i = 0; i < 4; ++i) out[i] = (DotAsFloat<T>(DotFixed<kLen>(a, b[i])) * invLengthA) * invLengthsB[i];
 }
 
-// |2 - (2 * invLengthA) * invLengthB * dot| with the sign bit cleared.
-inline float UnitDistance(float invLengthA, float invLengthB, float dot) {
-  const float d = 2.0f - (2.0f * invLengthA) * invLengthB * dot;
-  uint32_t bits;
-  std::memcpy(&bits, &d, 4);
-  bits &= 0x7FFFFFFFu;
-  float r;
-  std::memcpy(&r, &bits, 4);
-  return r;
-}
-
 template <typename T>
 int32_t SquaredDiffs(const T* a, float invLengthA, uint32_t length, const T* const* b, const float* invLengthsB,
                      uint32_t N, float* distances) {
   for (uint32_t i = 0; i < N; ++i)
     if (!b[i]) return TVX_BAD_PARAMETER;
   for (uint32_t i = 0; i < N; ++i)
-    distances[i] = UnitDistance(invLengthA, invLengthsB[i], DotAsFloat<T>(Dot(a, b[i], length)));
+    distances[i] = tvxvec::UnitDistance(invLengthA, invLengthsB[i], DotAsFloat<T>(Dot(a, b[i], length)));
   return TVX_SUCCESS;
 }
 
@@ -179,7 +169,7 @@ int32_t tvxSumOfSquaredDiffs36x4s8C(const int8_t* a, float invLengthA, const int
                                     const int8_t* b2, const int8_t* b3, const float* invLengthsB, float* distances) {
   const int8_t* b[4] = {b0, b1, b2, b3};
   for (int i = 0; i < 4; ++i)
-    distances[i] = UnitDistance(invLengthA, invLengthsB[i], DotAsFloat<int8_t>(DotFixed<36>(a, b[i])));
+    distances[i] = tvxvec::UnitDistance(invLengthA, invLengthsB[i], DotAsFloat<int8_t>(DotFixed<36>(a, b[i])));
   return TVX_SUCCESS;
 }
 
@@ -192,10 +182,10 @@ int32_t tvxSumOfSquaredDiffs36xNs8C(const int8_t* a, float invLengthA, const int
     int32_t dots[4];
     if (tvxDotProduct36x4s8(a, b[i], b[i + 1], b[i + 2], b[i + 3], dots) != TVX_SUCCESS) return TVX_BAD_PARAMETER;
     for (uint32_t k = 0; k < 4; ++k)
-      distances[i + k] = UnitDistance(invLengthA, invLengthsB[i + k], static_cast<float>(dots[k]));
+      distances[i + k] = tvxvec::UnitDistance(invLengthA, invLengthsB[i + k], static_cast<float>(dots[k]));
   }
   for (; i < N; ++i)
-    distances[i] = UnitDistance(invLengthA, invLengthsB[i], static_cast<float>(tvxDotProduct36x1s8(a, b[i])));
+    distances[i] = tvxvec::UnitDistance(invLengthA, invLengthsB[i], static_cast<float>(tvxDotProduct36x1s8(a, b[i])));
   return TVX_SUCCESS;
 }
 
@@ -212,7 +202,7 @@ int32_t tvxSumOfSquaredDiffsf32C(const float* a, float invLengthA, uint32_t leng
   for (uint32_t i = 0; i < N; ++i)
     if (!b[i]) return TVX_BAD_PARAMETER;
   for (uint32_t i = 0; i < N; ++i)
-    distances[i] = UnitDistance(invLengthA, invLengthsB[i], tvxDotProductf32(a, b[i], length));
+    distances[i] = tvxvec::UnitDistance(invLengthA, invLengthsB[i], tvxDotProductf32(a, b[i], length));
   return TVX_SUCCESS;
 }
 

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "cpu/vector_rules.h"
 #include "frame/frame.h"
 
 HWY_BEFORE_NAMESPACE();
@@ -51,16 +52,6 @@ template <typename T>
 HWY_INLINE float DotAsFloat(uint32_t dot) {
   if constexpr (hwy::IsSigned<T>()) return static_cast<float>(static_cast<int32_t>(dot));
   else return static_cast<float>(dot);
-}
-
-HWY_INLINE float UnitDistance(float invLengthA, float invLengthB, float dot) {
-  const float d = 2.0f - (2.0f * invLengthA) * invLengthB * dot;
-  uint32_t bits;
-  std::memcpy(&bits, &d, 4);
-  bits &= 0x7FFFFFFFu;
-  float r;
-  std::memcpy(&r, &bits, 4);
-  return r;
 }
 
 // Sum of the 64-bit lanes of v.
@@ -186,7 +177,7 @@ int32_t VkSquaredDiffsS8(const int8_t* a, float invLengthA, uint32_t length, con
   for (uint32_t i = 0; i < N; ++i)
     if (!b[i]) return TVX_BAD_PARAMETER;
   for (uint32_t i = 0; i < N; ++i)
-    distances[i] = vector_k::UnitDistance(invLengthA, invLengthsB[i],
+    distances[i] = tvxvec::UnitDistance(invLengthA, invLengthsB[i],
                                           vector_k::DotAsFloat<int8_t>(vector_k::DotBytes(a, b[i], length)));
   return TVX_SUCCESS;
 }
@@ -195,7 +186,7 @@ int32_t VkSquaredDiffsU8(const uint8_t* a, float invLengthA, uint32_t length, co
   for (uint32_t i = 0; i < N; ++i)
     if (!b[i]) return TVX_BAD_PARAMETER;
   for (uint32_t i = 0; i < N; ++i)
-    distances[i] = vector_k::UnitDistance(invLengthA, invLengthsB[i],
+    distances[i] = tvxvec::UnitDistance(invLengthA, invLengthsB[i],
                                           vector_k::DotAsFloat<uint8_t>(vector_k::DotBytes(a, b[i], length)));
   return TVX_SUCCESS;
 }
