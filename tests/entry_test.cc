@@ -128,7 +128,9 @@ TEST_F(EntryTest, MaximalWidthsWithSmallStridesAreRejectedWithoutWriting) {
         b.Fill(kFill);
         const int64_t result = e.call(b.sample);
         EXPECT_TRUE(b.AllEqual(kFill)) << "width " << width << " height " << height << " wrote into a buffer";
-        if (e.style != 0) EXPECT_EQ(result, e.style == 1 ? 3 : e.failValue) << width;
+        if (e.style != 0) {
+          EXPECT_EQ(result, e.style == 1 ? 3 : e.failValue) << width;
+        }
       }
     }
   }

@@ -432,7 +432,9 @@ void SweepRegistry(bool useShared) {
       std::string log;
       for (const std::string& l : g_lines) log += l;
       EXPECT_EQ(after, before + 1) << "the call did not run on the host DSP; log: " << log;
-      if (useShared) EXPECT_EQ(bytesAfter - bytesBefore, 0u) << "a registered buffer was copied";
+      if (useShared) {
+        EXPECT_EQ(bytesAfter - bytesBefore, 0u) << "a registered buffer was copied";
+      }
       served += after == before + 1;
       break;
     }
@@ -487,7 +489,9 @@ class RawClient {
     uint8_t head[tvxdsp::kHeaderBytes];
     tvxdsp::EncodeHeader(h, head);
     ASSERT_EQ(write(s_, head, sizeof head), static_cast<ssize_t>(sizeof head));
-    if (!payload.empty()) ASSERT_EQ(write(s_, payload.data(), payload.size()), static_cast<ssize_t>(payload.size()));
+    if (!payload.empty()) {
+      ASSERT_EQ(write(s_, payload.data(), payload.size()), static_cast<ssize_t>(payload.size()));
+    }
   }
   // The status of the reply, or -1 when the connection was dropped.
   int64_t Status() {
