@@ -107,10 +107,7 @@ void SadMap(const uint8_t* patch, uint32_t patchStride, const uint8_t* src, uint
 template <uint32_t kW, uint32_t kH>
 int32_t PatchDots(const uint8_t* patch, const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride,
                   const uint32_t* xy, uint32_t numPoints, uint32_t* dotProducts) {
-  for (uint32_t i = 0; i < numPoints; ++i) {
-    const uint32_t x = xy[2 * i], y = xy[2 * i + 1];
-    if (x > srcWidth || srcWidth - x < kW || y > srcHeight || srcHeight - y < kH) return TVX_BAD_PARAMETER;
-  }
+  if (!tvxvec::WindowsInside<kW, kH>(xy, numPoints, srcWidth, srcHeight)) return TVX_BAD_PARAMETER;
   for (uint32_t i = 0; i < numPoints; ++i) {
     const uint8_t* win = src + size_t(xy[2 * i + 1]) * srcStride + xy[2 * i];
     uint32_t sum = 0;

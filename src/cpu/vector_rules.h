@@ -18,4 +18,15 @@ inline float UnitDistance(float invLengthA, float invLengthB, float dot) {
   return r;
 }
 
+// Whether every window of kW x kH pixels at the caller's top-left corners (x, y pairs) lies
+// inside the image; checked before the first result is written.
+template <uint32_t kW, uint32_t kH>
+bool WindowsInside(const uint32_t* xy, uint32_t numPoints, uint32_t srcWidth, uint32_t srcHeight) {
+  for (uint32_t i = 0; i < numPoints; ++i) {
+    const uint32_t x = xy[2 * i], y = xy[2 * i + 1];
+    if (x > srcWidth || srcWidth - x < kW || y > srcHeight || srcHeight - y < kH) return false;
+  }
+  return true;
+}
+
 }  // namespace tvxvec

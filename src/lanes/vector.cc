@@ -132,10 +132,7 @@ void SadMap(const uint8_t* patch, uint32_t patchStride, const uint8_t* src, uint
 template <uint32_t kW, uint32_t kH>
 int32_t PatchDots(const uint8_t* patch, const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride,
                   const uint32_t* xy, uint32_t numPoints, uint32_t* dotProducts) {
-  for (uint32_t i = 0; i < numPoints; ++i) {
-    const uint32_t x = xy[2 * i], y = xy[2 * i + 1];
-    if (x > srcWidth || srcWidth - x < kW || y > srcHeight || srcHeight - y < kH) return TVX_BAD_PARAMETER;
-  }
+  if (!tvxvec::WindowsInside<kW, kH>(xy, numPoints, srcWidth, srcHeight)) return TVX_BAD_PARAMETER;
   // Eight columns per row in vectors; an 11-wide patch adds its last three columns in scalars.
   const hn::FixedTag<int16_t, 8> d16;
   const hn::Rebind<uint8_t, decltype(d16)> d8;
