@@ -4,7 +4,7 @@
 set -euo pipefail
 
 want_host=(cmake ninja-build g++ ccache python3 pkg-config libhwy-dev googletest libgtest-dev
-           libbenchmark-dev libopencv-dev libyuv-dev libstb-dev)
+           libbenchmark-dev libopencv-dev libyuv-dev libeigen3-dev libstb-dev)
 want_arm=(g++-arm-linux-gnueabihf qemu-user libhwy-dev:armhf libgtest-dev:armhf libc6:armhf
           libstdc++6:armhf)
 
