@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests, the ARMv7 suite, the benchmarks and the
-# tool need. Safe to run again: it only asks apt for what is missing.
+# Installs the Debian packages the build, the tests, the ARMv7 suite, the fuzz targets, the
+# benchmarks and the tool need. Safe to run again: it only asks apt for what is missing.
 set -euo pipefail
 
 want_host=(cmake ninja-build g++ ccache python3 pkg-config libhwy-dev googletest libgtest-dev
-           libbenchmark-dev libopencv-dev libyuv-dev libeigen3-dev libstb-dev)
+           libbenchmark-dev libopencv-dev libyuv-dev libeigen3-dev libstb-dev clang libclang-rt-14-dev)
 want_arm=(g++-arm-linux-gnueabihf qemu-user libhwy-dev:armhf libgtest-dev:armhf libc6:armhf
           libstdc++6:armhf)
 

@@ -2,7 +2,8 @@
 # The test command: installs what is missing, builds, and runs the host suite and the ARMv7
 # suite under qemu-arm, the host suite again as a debug build under AddressSanitizer and
 # UndefinedBehaviorSanitizer (TAVIX_SANITIZE_TESTS=0 skips that one), and the concurrency suite
-# under ThreadSanitizer (TAVIX_TSAN_TESTS=0 skips it).
+# under ThreadSanitizer (TAVIX_TSAN_TESTS=0 skips it), and a short run of every fuzz target
+# (TAVIX_FUZZ_SECONDS each, 4 by default; 0 skips them).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -25,6 +26,11 @@ if [ "${TAVIX_TSAN_TESTS:-1}" = 1 ]; then
   cmake --preset tsan >/dev/null
   cmake --build --preset tsan -j"$jobs"
   ctest --preset tsan
+fi
+
+fuzz_seconds=${TAVIX_FUZZ_SECONDS:-4}
+if [ "$fuzz_seconds" != 0 ]; then
+  bash scripts/fuzz.sh "$fuzz_seconds"
 fi
 
 cmake --preset armhf >/dev/null

@@ -151,4 +151,15 @@ TEST_F(EntryTest, RowSizesThatWrapOrOutgrowTheStrideAreRejected) {
   EXPECT_EQ(dx, std::vector<float>(9, 5.0f));
 }
 
+// A byte stride that does not hold whole 16-bit elements would start rows misaligned: rejected,
+// nothing written; the same call with an even stride is accepted.
+TEST_F(EntryTest, StridesOfPartElementsAreRejected) {
+  std::vector<int16_t> a(40 * 20, 1), b(40 * 20, 2), d(40 * 20, 7);
+  EXPECT_EQ(tvxSubtracts16(a.data(), 30, 3, 81, b.data(), 80, 1, d.data(), 80), 3);
+  EXPECT_EQ(tvxSubtracts16(a.data(), 30, 3, 80, b.data(), 80, 1, d.data(), 79), 3);
+  EXPECT_EQ(d, std::vector<int16_t>(40 * 20, 7));
+  EXPECT_EQ(tvxSubtracts16(a.data(), 30, 3, 82, b.data(), 80, 1, d.data(), 80), 0);
+  EXPECT_EQ(d[0], -1);
+}
+
 }  // namespace

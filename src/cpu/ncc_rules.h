@@ -146,13 +146,15 @@ inline void IntegrateRegion(const uint8_t* src, size_t stride, uint32_t width, u
     uint32_t r = 0, r2 = 0;
     uint32_t* s = sumTbl + (y + 1) * w;
     uint32_t* s2 = sum2Tbl + (y + 1) * w;
+    const uint32_t* above = s - w;
+    const uint32_t* above2 = s2 - w;
     s[0] = 0;
     s2[0] = 0;
     for (uint32_t x = 0; x < width; ++x) {
       r += row[x];
       r2 += uint32_t{row[x]} * row[x];
-      s[x + 1] = s[x + 1 - w] + r;
-      s2[x + 1] = s2[x + 1 - w] + r2;
+      s[x + 1] = above[x + 1] + r;
+      s2[x + 1] = above2[x + 1] + r2;
     }
   }
 }

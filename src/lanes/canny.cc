@@ -205,7 +205,7 @@ void Classify(const int16_t* gx, const int16_t* gy, uint32_t gradStride, const u
             o = (rx[x] >= 0) == (ry[x] >= 0) ? W + 1 : W - 1;
             strict = 1;
         }
-        if (v > m[x - o] && uint64_t(v) >= uint64_t(m[x + o]) + strict) c = v > hi ? 255 : 128;
+        if (v > m[ptrdiff_t(x) - o] && uint64_t(v) >= uint64_t(m[ptrdiff_t(x) + o]) + strict) c = v > hi ? 255 : 128;
       }
       out[x] = c;
     }

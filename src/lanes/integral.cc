@@ -78,7 +78,11 @@ inline void Squares16(hn::Vec<D8> bytes, V32& total, V32 out[4]) {
   }
 }
 
-// Loads 16 bytes taken every kStep bytes.
+// Loads 16 bytes taken every kStep bytes. The interleaved load reads 16 * kStep bytes, past the
+// last byte it keeps, so a row's vector loop stops kExtra samples before the end.
+template <int kStep>
+constexpr uint32_t kExtra = kStep > 1 ? 1 : 0;
+
 template <int kStep>
 inline hn::Vec<D8> Bytes16(const uint8_t* in) {
   const D8 d8;
@@ -105,7 +109,7 @@ void SumRow(const uint8_t* in, uint32_t width, const uint32_t* above, uint32_t* 
   const hn::Half<D16W> h16;
   auto total = hn::Zero(d32);
   uint32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
+  for (; x + 16 + kExtra<kStep> <= width; x += 16) {
     auto v = hn::PromoteTo(d16, Bytes16<kStep>(in + static_cast<size_t>(x) * kStep));
     v = hn::Add(v, hn::ShiftLeftLanes<1>(d16, v));
     v = hn::Add(v, hn::ShiftLeftLanes<2>(d16, v));
@@ -136,7 +140,7 @@ void SumRow(const uint8_t* in, uint32_t width, const uint32_t* above, uint32_t* 
   const D32 d32;
   V32 total = hn::Zero(d32);
   uint32_t x = 0;
-  for (; x + 16 <= width; x += 16) {
+  for (; x + 16 + kExtra<kStep> <= width; x += 16) {
     V32 s[4];
     Sums16(Bytes16<kStep>(in + static_cast<size_t>(x) * kStep), total, s);
     for (int i = 0; i < 4; ++i) {
