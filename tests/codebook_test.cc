@@ -217,6 +217,12 @@ TEST_F(CodeBook, FirstUpdateCreatesTheClampedBoxAndDriftWidensOneStepPerFrame) {
   EXPECT_EQ(Bytes(d->learnMin, d->learnMin + 3), (Bytes{90, 80, 95}));
   EXPECT_EQ(Bytes(d->boxMax, d->boxMax + 3), (Bytes{119, 119, 119}));
   EXPECT_EQ(d->tLastUpdate, 20u);
+  // A step of 6 inside the learning box still moves its bound by a single level (to 130, not
+  // to colour + 10).
+  px[3] = 125;
+  ASSERT_EQ(tvxBGCodeBookUpdateu8(model, px.data(), 2, 1, 6, nullptr, 0, map), 0);
+  EXPECT_EQ(d->learnMax[0], 130);
+  EXPECT_EQ(d->boxMax[0], 125);
   // A jump outside the learning box starts a new word at the head.
   px[3] = 200;
   ASSERT_EQ(tvxBGCodeBookUpdateu8(model, px.data(), 2, 1, 6, nullptr, 0, map), 0);
@@ -226,7 +232,7 @@ TEST_F(CodeBook, FirstUpdateCreatesTheClampedBoxAndDriftWidensOneStepPerFrame) {
   EXPECT_EQ(d->stale, 1u);
   // Pixel 0 kept its colour: matched on every frame, never stale.
   EXPECT_EQ(w->stale, 0u);
-  EXPECT_EQ(w->tLastUpdate, 21u);
+  EXPECT_EQ(w->tLastUpdate, 22u);
   tvxReleaseBGCodeBookModel(&model);
 }
 
