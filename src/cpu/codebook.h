@@ -70,11 +70,14 @@ inline void UpdatePixel(Model* m, CodeWord** head, const uint8_t* p, const uint8
     if (w->learnMin[0] <= p[0] && p[0] <= w->learnMax[0] && w->learnMin[1] <= p[1] && p[1] <= w->learnMax[1] &&
         w->learnMin[2] <= p[2] && p[2] <= w->learnMax[2]) {
       w->tLastUpdate = t;
+      // Unconditional stores: with a noisy colour these comparisons are coin flips, which
+      // branches would mispredict.
       for (int c = 0; c < 3; ++c) {
-        if (p[c] < w->boxMin[c]) w->boxMin[c] = p[c];
-        if (p[c] > w->boxMax[c]) w->boxMax[c] = p[c];
-        if (w->learnMax[c] < high[c]) ++w->learnMax[c];
-        if (w->learnMin[c] > low[c]) --w->learnMin[c];
+        const uint8_t bmin = w->boxMin[c], bmax = w->boxMax[c], lmin = w->learnMin[c], lmax = w->learnMax[c];
+        w->boxMin[c] = p[c] < bmin ? p[c] : bmin;
+        w->boxMax[c] = p[c] > bmax ? p[c] : bmax;
+        w->learnMax[c] = static_cast<uint8_t>(lmax + (lmax < high[c]));
+        w->learnMin[c] = static_cast<uint8_t>(lmin - (lmin > low[c]));
       }
       break;
     }

@@ -11,6 +11,7 @@
 #define HWY_TARGET_INCLUDE "lanes/codebook.cc"
 #include "hwy/foreach_target.h"  // IWYU pragma: keep
 #include "hwy/highway.h"
+#include "hwy/cache_control.h"
 
 #include <cstddef>
 #include <cstring>
@@ -29,6 +30,8 @@ using tvxcb::Model;
 
 // Pixels per chunk of a row: the planar row buffers live on the stack.
 constexpr uint32_t kChunk = 256;
+// Pixels between a list head's prefetch and its use.
+constexpr uint32_t kAhead = 16;
 
 // low = p - bounds, high = p + bounds, clamped to 0..255, for count interleaved pixels.
 void LearnBounds(const uint8_t* p, uint32_t count, const uint8_t* bounds, uint8_t* low, uint8_t* high) {
@@ -65,6 +68,8 @@ int32_t Update(void* cbmodel, const uint8_t* src, uint32_t srcWidth, uint32_t sr
       LearnBounds(row + 3 * size_t{x0}, count, m->cbBounds, low, high);
       for (uint32_t i = 0; i < count; ++i) {
         const uint32_t x = x0 + i;
+        // The lists' words are reached through the map: ask for them a few pixels ahead.
+        if (x + kAhead < srcWidth) hwy::Prefetch(heads[x + kAhead]);
         if (mask && mask[x] == 0) continue;
         tvxcb::UpdatePixel(m, heads + x, row + 3 * size_t{x}, low + 3 * i, high + 3 * i, t);
       }
@@ -94,6 +99,7 @@ int32_t Diff(void* cbmodel, const uint8_t* src, uint32_t srcWidth, uint32_t srcH
       const uint32_t count = srcWidth - x0 < kChunk ? srcWidth - x0 : kChunk;
       const uint32_t vectored = static_cast<uint32_t>(count / N * N);
       for (uint32_t i = 0; i < vectored; ++i) {
+        if (x0 + i + kAhead < srcWidth) hwy::Prefetch(heads[x0 + i + kAhead]);
         const CodeWord* w = heads[x0 + i];
         first[i] = w;
         if (w != nullptr) {
