@@ -68,6 +68,7 @@ void addHarrisPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addNccPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addVectorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addGeomPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
