@@ -437,7 +437,8 @@ TEST_F(PoseTest, IcpTermsMatchTheDirectModel) {
   std::vector<uint16_t> depth(width * height);
   std::mt19937 rng(7);
   for (auto& d : depth) d = uint16_t(900 + rng() % 200);
-  depth[20 * width + 30] = 0;  // a hole
+  for (uint32_t y = 16; y < 26; ++y)
+    for (uint32_t x = 24; x < 36; ++x) depth[y * width + x] = 0;  // a hole
   const float cam[6] = {50.0f, 52.0f, 31.5f, 23.5f, 1.0f / 50.0f, 1.0f / 52.0f};
   const Pose pose = MakePose(0.1, 0.2, 1.0, 0.05, 0.02, -0.01, 0.03);
   const float maxDistSq = 0.01f;
@@ -445,9 +446,10 @@ TEST_F(PoseTest, IcpTermsMatchTheDirectModel) {
   std::uniform_real_distribution<float> xy(-0.8f, 0.8f), z(0.9f, 1.1f), nrm(-1.0f, 1.0f);
   const uint32_t N = 200;
   for (uint32_t i = 0; i < N; ++i) pts.insert(pts.end(), {xy(rng), xy(rng), z(rng), nrm(rng), nrm(rng), 1.0f});
-  // One point aimed at the hole, one behind the camera, one far outside the image.
+  // One point behind the camera (its projection still lands in the image), two far outside.
   pts[6 * 0 + 0] = 0.0f, pts[6 * 0 + 1] = 0.0f, pts[6 * 0 + 2] = -1.0f;
   pts[6 * 1 + 0] = 40.0f;
+  pts[6 * 2 + 1] = -30.0f;
   std::vector<float> dist(N, -7.0f), res(N, -7.0f), jac(6 * N, -7.0f);
   ASSERT_EQ(tvxICPJacobianErrorSE3f32(depth.data(), width, height, 0, pts.data(), N, pose.data(), cam, maxDistSq,
                                       dist.data(), res.data(), jac.data()),
@@ -463,8 +465,11 @@ TEST_F(PoseTest, IcpTermsMatchTheDirectModel) {
     const double u = P[0] / P[2] * cam[0] + cam[2] + 0.5, v = P[1] / P[2] * cam[1] + cam[3] + 0.5;
     // Skip points whose pixel choice sits on a rounding edge between float and double.
     if (std::fabs(u - std::round(u)) < 1e-3 || std::fabs(v - std::round(v)) < 1e-3) continue;
-    const bool in = P[2] > 0 && u >= 0 && v >= 0 && u < width && v < height;
-    const double d = in ? depth[size_t(v) * width + size_t(u)] * 0.001 : 0.0;
+    // Truncation towards zero: (-1, width) lands inside; a point behind the camera is not
+    // excluded as such, only by where its projection falls.
+    const bool in = u > -1 && v > -1 && u < width && v < height;
+    const double col = std::trunc(u), line = std::trunc(v);
+    const double d = in ? depth[size_t(line) * width + size_t(col)] * 0.001 : 0.0;
     if (!(d > 0)) {
       ++outside;
       EXPECT_EQ(dist[i], maxDistSq + 1.0f) << i;
@@ -472,7 +477,7 @@ TEST_F(PoseTest, IcpTermsMatchTheDirectModel) {
       EXPECT_EQ(jac[6 * i], -7.0f);
       continue;
     }
-    const double Q[3] = {d * (std::floor(u) - cam[2]) / cam[0], d * (std::floor(v) - cam[3]) / cam[1], d};
+    const double Q[3] = {d * (col - cam[2]) / cam[0], d * (line - cam[3]) / cam[1], d};
     const double D[3] = {Q[0] - P[0], Q[1] - P[1], Q[2] - P[2]};
     const double ds = D[0] * D[0] + D[1] * D[1] + D[2] * D[2];
     EXPECT_NEAR(dist[i], ds, 1e-5 + 1e-4 * ds) << i;
@@ -491,7 +496,7 @@ TEST_F(PoseTest, IcpTermsMatchTheDirectModel) {
       for (int k = 0; k < 6; ++k) EXPECT_EQ(jac[6 * i + k], 0.0f);
     }
   }
-  EXPECT_GE(outside, 2);
+  EXPECT_GE(outside, 4);
   EXPECT_GT(near, 5);
   EXPECT_GT(far, 5);
   EXPECT_EQ(tvxICPJacobianErrorSE3f32(depth.data(), width, height, 0, pts.data(), 0, pose.data(), cam, maxDistSq,
