@@ -83,11 +83,14 @@ int32_t PoseJacobianSE2(const uint8_t* warpedImage, const uint16_t* warpedBorder
       a9 = hn::Add(a9, hn::BitCast(du, hn::Abs(f)));
       pixels += static_cast<uint32_t>(lanes);
     }
-    uint32_t rowSums[tvxpose::kSums] = {
-        hn::GetLane(hn::SumOfLanes(du, a0)), hn::GetLane(hn::SumOfLanes(du, a1)), hn::GetLane(hn::SumOfLanes(du, a2)),
-        hn::GetLane(hn::SumOfLanes(du, a3)), hn::GetLane(hn::SumOfLanes(du, a4)), hn::GetLane(hn::SumOfLanes(du, a5)),
-        hn::GetLane(hn::SumOfLanes(du, a6)), hn::GetLane(hn::SumOfLanes(du, a7)), hn::GetLane(hn::SumOfLanes(du, a8)),
-        hn::GetLane(hn::SumOfLanes(du, a9))};
+    // Lane sums in unsigned scalar arithmetic: the targets' own reductions may add as signed.
+    uint32_t rowSums[tvxpose::kSums] = {};
+    HWY_ALIGN uint32_t laneValues[hn::MaxLanes(du)];
+    const decltype(a0) acc[tvxpose::kSums] = {a0, a1, a2, a3, a4, a5, a6, a7, a8, a9};
+    for (int k = 0; k < tvxpose::kSums; ++k) {
+      hn::Store(acc[k], du, laneValues);
+      for (size_t i = 0; i < lanes; ++i) rowSums[k] += laneValues[i];
+    }
     for (; x < end; ++x) {
       const int32_t gx = int32_t(w[x + 1]) - w[x - 1] + dx[x];
       const int32_t gy = int32_t(down[x]) - up[x] + dy[x];
