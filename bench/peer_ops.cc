@@ -127,6 +127,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addVectorPairs(im, pairs);
   addOptflowPairs(im, pairs);
   addCodeBookPairs(im, pairs);
+  addGeomPairs(im, pairs);
   return pairs;
 }
 

@@ -69,6 +69,7 @@ void addNccPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addVectorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addCodeBookPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addGeomPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 

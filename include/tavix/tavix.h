@@ -65,6 +65,19 @@ typedef struct tvxPyramidLevel_v2 {
   uint32_t stride;
 } tvxPyramidLevel_v2;
 
+/* Point correspondences of the fitting and pose operations: pair k uses point indices[k] of
+ * `from` (point i at from[i * fromStride]) and of `to` (to[i * toStride]); strides count floats.
+ * numCorrespondences is the number of points in `from` and `to`. */
+typedef struct tvxCorrespondences {
+  const float* from;
+  const float* to;
+  uint32_t fromStride;
+  uint32_t toStride;
+  uint32_t numCorrespondences;
+  const uint16_t* indices;
+  uint32_t numIndices;
+} tvxCorrespondences;
+
 /* Status values of status-returning operations. */
 #define TVX_SUCCESS         0
 #define TVX_BAD_PARAMETER   3
@@ -113,6 +126,10 @@ TVX_API int32_t tvxDeInitSharedMem(void);
 /* Numeric helpers shared by several operations. */
 TVX_API float tvxIsqrt(float x);
 TVX_API float tvxAtan2(float y, float x);
+/* Minimal-standard random generator with one global state (initially 55, no lock): a seed of 1
+ * or more sets the state and returns 0; 0 or less advances the state (16807 state mod 2^31 - 1)
+ * and returns it. */
+TVX_API int32_t randValue(int32_t seed);
 /* Population count of every byte value. */
 extern TVX_API const int8_t tvxPopCountTable[256];
 
