@@ -126,6 +126,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addNccPairs(im, pairs);
   addVectorPairs(im, pairs);
   addOptflowPairs(im, pairs);
+  addTransformPairs(im, pairs);
   return pairs;
 }
 
