@@ -29,7 +29,8 @@ void addTransformPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
        }}));
 
   for (auto [fw, fh] : {std::pair{1024, 1}, {32, 32}, {4096, 1}, {64, 64}}) {
-    auto img = std::make_shared<cv::Mat>(a(cv::Rect(0, 0, fw, fh)).clone());
+    auto img = std::make_shared<cv::Mat>(fh, fw, CV_8UC1);
+    cv::randu(*img, cv::Scalar::all(0), cv::Scalar::all(256));
     auto spec = std::make_shared<cv::Mat>();
     cv::Mat f;
     img->convertTo(f, CV_32F);
