@@ -22,7 +22,7 @@ using D = hn::Full128<int32_t>;
 using V = hn::Vec<D>;
 
 struct VecOps {
-  V Mul(V a, int32_t c) const { return hn::Mul(a, hn::Set(D(), c)); }
+  V Mul(V a, int32_t c) const { return (a * hn::Set(D(), c)); }
   V Shl13(V a) const { return hn::ShiftLeft<13>(a); }
   template <int kBits>
   V Desc(V a) const {

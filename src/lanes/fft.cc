@@ -46,13 +46,13 @@ HWY_INLINE void Butterflies(float* a, float* b, size_t n, const float* wre, cons
   const V ci = hn::Set(d, wi);
   const V sign = hn::Set(d, -1.0f);
   // (-wi, wi) for the single-twiddle case: negate the even lanes.
-  const V ciPairs = hn::OddEven(ci, hn::Mul(ci, sign));
+  const V ciPairs = hn::OddEven(ci, (ci * sign));
   size_t i = 0;
   for (; i + N <= n; i += N) {
     const V bv = hn::LoadU(d, b + i);
     const V tre = wre ? hn::LoadU(d, wre + i) : cr;
     const V tim = wim ? hn::LoadU(d, wim + i) : ciPairs;
-    const V t = hn::Add(hn::Mul(bv, tre), hn::Mul(hn::Reverse2(d, bv), tim));
+    const V t = hn::Add((bv * tre), (hn::Reverse2(d, bv) * tim));
     const V av = hn::LoadU(d, a + i);
     hn::StoreU(hn::Add(av, t), d, a + i);
     hn::StoreU(hn::Sub(av, t), d, b + i);

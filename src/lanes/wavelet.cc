@@ -36,7 +36,7 @@ void* TakeScratch(uint64_t bytes, int line) {
 HWY_INLINE V32 Load(const int16_t* p) { return hn::PromoteTo(D32(), hn::LoadU(D16(), p)); }
 HWY_INLINE V32 K(int32_t c) { return hn::Set(D32(), c); }
 template <int kBits>
-HWY_INLINE V32 Round(V32 v) {
+HWY_INLINE V32 Descale(V32 v) {
   return hn::ShiftRight<kBits>(hn::Add(v, K(1 << (kBits - 1))));
 }
 
@@ -61,43 +61,43 @@ void Combine(const int16_t* const* rows, int16_t* out, uint32_t width, VF vf, SF
 
 // Vector forms of the shared formulas, over arrays of rows.
 struct HaarSum {
-  V32 operator()(const V32* v) const { return Round<15>(hn::Mul(hn::Add(v[0], v[1]), K(tvxwav::kHalfRoot2))); }
+  V32 operator()(const V32* v) const { return Descale<15>((hn::Add(v[0], v[1]) * K(tvxwav::kHalfRoot2))); }
   int32_t operator()(const int32_t* s) const { return tvxwav::HaarSum(s[0], s[1]); }
 };
 struct HaarDiff {
-  V32 operator()(const V32* v) const { return Round<15>(hn::Mul(hn::Sub(v[0], v[1]), K(tvxwav::kHalfRoot2))); }
+  V32 operator()(const V32* v) const { return Descale<15>((hn::Sub(v[0], v[1]) * K(tvxwav::kHalfRoot2))); }
   int32_t operator()(const int32_t* s) const { return tvxwav::HaarDiff(s[0], s[1]); }
 };
 struct HaarLone {
-  V32 operator()(const V32* v) const { return Round<15>(hn::Mul(v[0], K(tvxwav::kRoot2))); }
+  V32 operator()(const V32* v) const { return Descale<15>((v[0] * K(tvxwav::kRoot2))); }
   int32_t operator()(const int32_t* s) const { return tvxwav::HaarLone(s[0]); }
 };
 // Rows: centre, the two at distance 1, the two at distance 2.
 struct Lo53 {
   V32 operator()(const V32* v) const {
-    const V32 n1 = hn::Mul(hn::Add(v[1], v[2]), K(tvxwav::kLo1)), n2 = hn::Mul(hn::Add(v[3], v[4]), K(tvxwav::kLo2));
-    return Round<14>(hn::Add(hn::Add(n1, n2), hn::Mul(v[0], K(tvxwav::kLo0))));
+    const V32 n1 = (hn::Add(v[1], v[2]) * K(tvxwav::kLo1)), n2 = (hn::Add(v[3], v[4]) * K(tvxwav::kLo2));
+    return Descale<14>(hn::Add(hn::Add(n1, n2), (v[0] * K(tvxwav::kLo0))));
   }
   int32_t operator()(const int32_t* s) const { return tvxwav::Lo53(s[0], s[1] + s[2], s[3] + s[4]); }
 };
 struct Hi53 {
   V32 operator()(const V32* v) const {
-    return Round<15>(hn::Add(hn::Mul(hn::Add(v[1], v[2]), K(tvxwav::kHi1)), hn::Mul(v[0], K(tvxwav::kHi0))));
+    return Descale<15>(hn::Add((hn::Add(v[1], v[2]) * K(tvxwav::kHi1)), (v[0] * K(tvxwav::kHi0))));
   }
   int32_t operator()(const int32_t* s) const { return tvxwav::Hi53(s[0], s[1] + s[2]); }
 };
 struct Even53 {
   V32 operator()(const V32* v) const {
-    return Round<15>(hn::Add(hn::Mul(v[0], K(tvxwav::kHi0)), hn::Mul(hn::Add(v[1], v[2]), K(tvxwav::kHi1))));
+    return Descale<15>(hn::Add((v[0] * K(tvxwav::kHi0)), (hn::Add(v[1], v[2]) * K(tvxwav::kHi1))));
   }
   int32_t operator()(const int32_t* s) const { return tvxwav::Even53(s[0], s[1] + s[2]); }
 };
 struct Odd53 {
   V32 operator()(const V32* v) const {
-    const V32 n1 = hn::Mul(hn::Add(v[1], v[2]), K(tvxwav::kLo1));
-    const V32 c = hn::Mul(v[0], K(tvxwav::kLo0));
-    const V32 n2 = hn::Mul(hn::Add(v[3], v[4]), K(tvxwav::kLo2));
-    return Round<14>(hn::Add(hn::Add(n1, c), n2));
+    const V32 n1 = (hn::Add(v[1], v[2]) * K(tvxwav::kLo1));
+    const V32 c = (v[0] * K(tvxwav::kLo0));
+    const V32 n2 = (hn::Add(v[3], v[4]) * K(tvxwav::kLo2));
+    return Descale<14>(hn::Add(hn::Add(n1, c), n2));
   }
   int32_t operator()(const int32_t* s) const { return tvxwav::Odd53(s[0], s[1] + s[2], s[3] + s[4]); }
 };
