@@ -128,6 +128,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addOptflowPairs(im, pairs);
   addCodeBookPairs(im, pairs);
   addGeomPairs(im, pairs);
+  addTransformPairs(im, pairs);
   return pairs;
 }
 

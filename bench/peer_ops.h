@@ -58,6 +58,7 @@ std::string compareImages(const cv::Mat& x, const cv::Mat& y);
 // Each family adds its pairs.
 void addArithPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addFilterPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addTransformPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addColorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addScalePairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addPyramidPairs(PeerImages& images, std::vector<PeerPair>& pairs);
