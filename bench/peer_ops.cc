@@ -126,6 +126,8 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addNccPairs(im, pairs);
   addVectorPairs(im, pairs);
   addOptflowPairs(im, pairs);
+  addSolverPairs(im, pairs);
+  addCameraPairs(im, pairs);
   return pairs;
 }
 

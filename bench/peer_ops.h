@@ -68,6 +68,8 @@ void addHarrisPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addNccPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addVectorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addSolverPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addCameraPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
