@@ -129,6 +129,8 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addCodeBookPairs(im, pairs);
   addGeomPairs(im, pairs);
   addTransformPairs(im, pairs);
+  addSolverPairs(im, pairs);
+  addCameraPairs(im, pairs);
   return pairs;
 }
 

@@ -71,6 +71,8 @@ void addVectorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addCodeBookPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addGeomPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addSolverPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addCameraPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
