@@ -50,9 +50,9 @@ for t in "${targets[@]}"; do
   # harness finding stops the target and fails the run.
   "$exe" -fork=1 -timeout="${TAVIX_FUZZ_TIMEOUT:-10}" -max_total_time="$seconds" -rss_limit_mb=4096 \
     -artifact_prefix="$build/findings/$t-" "$build/corpus/$t" "$seeds" >"$log" 2>&1 || true
-  runs=$(grep -o '^#[0-9]*' "$log" | tail -1 | tr -d '#')
-  slow=$(ls "$build/findings/$t-timeout-"* 2>/dev/null | wc -l)
-  if ls "$build/findings/$t-"{crash,leak,oom}-* >/dev/null 2>&1; then
+  runs=$(grep -o '^#[0-9]*' "$log" | tail -1 | tr -d '#' || true)
+  slow=$(find "$build/findings" -name "$t-timeout-*" | wc -l)
+  if [ -n "$(find "$build/findings" -name "$t-crash-*" -o -name "$t-leak-*" -o -name "$t-oom-*")" ]; then
     result="FINDING (see $log)"
     status=1
   else
