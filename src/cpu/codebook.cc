@@ -264,7 +264,6 @@ int32_t tvxFindForegroundIntegrateImageYCbCr420u32C(const uint8_t* srcY, const u
                                                     const uint8_t* refC, uint32_t srcWidth, uint32_t srcHeight,
                                                     uint32_t srcYStride, uint32_t srcCStride, uint32_t lumaThresh,
                                                     uint32_t chromaThresh, uint32_t* dst, uint32_t dstStride) {
-  const auto absDiff = [](int32_t a, int32_t b) { return uint32_t(a > b ? a - b : b - a); };
   uint32_t* above = dst;
   for (uint32_t x = 0; x <= srcWidth; ++x) above[x] = 0;
   for (uint32_t y = 0; y < srcHeight; ++y) {
@@ -276,10 +275,7 @@ int32_t tvxFindForegroundIntegrateImageYCbCr420u32C(const uint8_t* srcY, const u
     cur[0] = 0;
     uint32_t run = 0;
     for (uint32_t x = 0; x < srcWidth; ++x) {
-      const uint32_t c = 2 * (x / 2);
-      const bool fg = absDiff(sy[x], ry[x]) > lumaThresh ||
-                      absDiff(sc[c], rc[c]) + absDiff(sc[c + 1], rc[c + 1]) > chromaThresh;
-      run += fg;
+      run += tvxcb::ForegroundAt(sy, ry, sc, rc, x, lumaThresh, chromaThresh);
       cur[x + 1] = above[x + 1] + run;
     }
     above = cur;

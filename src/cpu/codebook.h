@@ -7,6 +7,15 @@
 
 namespace tvxcb {
 
+// A pixel of an NV12 frame is foreground when its luma differs from the reference by more than
+// lumaThresh or its 2x2 block's chroma pair by more than chromaThresh (sum of both differences).
+inline bool ForegroundAt(const uint8_t* sy, const uint8_t* ry, const uint8_t* sc, const uint8_t* rc, uint32_t x,
+                         uint32_t lumaThresh, uint32_t chromaThresh) {
+  const auto absDiff = [](int32_t a, int32_t b) { return uint32_t(a > b ? a - b : b - a); };
+  const uint32_t c = 2 * (x / 2);
+  return absDiff(sy[x], ry[x]) > lumaThresh || absDiff(sc[c], rc[c]) + absDiff(sc[c + 1], rc[c + 1]) > chromaThresh;
+}
+
 // One box pair in RGB space (channels in source order). 24 bytes with 32-bit pointers.
 struct CodeWord {
   CodeWord* next;

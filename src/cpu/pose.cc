@@ -411,12 +411,7 @@ int32_t tvxJacobianSE2f32C(const uint8_t* warpedImage, const uint16_t* warpedBor
     for (int64_t x = begin; x < end; ++x) {
       const int32_t gx = int32_t(w[x + 1]) - w[x - 1] + targetDX[row + x];
       const int32_t gy = int32_t(down[x]) - up[x] + targetDY[row + x];
-      const int32_t e = int32_t(w[x]) - targetImage[row + x];
-      const int64_t r = (x - cx) * gy - (int64_t(y) - cy) * gx;
-      const int32_t g16 = int16_t(gx), h16 = int16_t(gy), r16 = int16_t(r), e16 = int16_t(e);
-      const int32_t prods[tvxpose::kSums] = {g16 * g16, g16 * h16, g16 * r16, h16 * h16, h16 * r16,
-                                             r16 * r16, g16 * e16, h16 * e16, r16 * e16, e16 < 0 ? -e16 : e16};
-      for (int k = 0; k < tvxpose::kSums; ++k) rowSums[k] += uint32_t(prods[k]);
+      tvxpose::AddSe2Pixel(rowSums, gx, gy, int32_t(w[x]) - targetImage[row + x], x - cx, int64_t(y) - cy);
       ++pixels;
     }
     for (int k = 0; k < tvxpose::kSums; ++k) sums[k] += int32_t(rowSums[k]);

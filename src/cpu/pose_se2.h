@@ -27,6 +27,16 @@ inline void Se2Columns(const uint16_t* border, uint32_t width, uint32_t y, int64
 // The ten sums in their output order: gx gx, gx gy, gx r, gy gy, gy r, r r, gx e, gy e, r e, |e|.
 enum : int { kGxGx, kGxGy, kGxR, kGyGy, kGyR, kRR, kGxE, kGyE, kRE, kAbsE, kSums };
 
+// Adds one pixel's ten products to a row's 32-bit sums. The products are formed from the low
+// 16 bits of gx, gy, r and e as signed values, so a large r wraps before it is multiplied.
+inline void AddSe2Pixel(uint32_t* rowSums, int32_t gx, int32_t gy, int32_t e, int64_t dx, int64_t dy) {
+  const int64_t r = dx * gy - dy * gx;
+  const int32_t g16 = int16_t(gx), h16 = int16_t(gy), r16 = int16_t(r), e16 = int16_t(e);
+  const int32_t prods[kSums] = {g16 * g16, g16 * h16, g16 * r16, h16 * h16, h16 * r16,
+                                r16 * r16, g16 * e16, h16 * e16, r16 * e16, e16 < 0 ? -e16 : e16};
+  for (int k = 0; k < kSums; ++k) rowSums[k] += uint32_t(prods[k]);
+}
+
 inline void Se2Output(const int64_t* sums, uint32_t pixels, float* sumJTJ, float* sumJTE, float* sumError,
                       uint32_t* numPixels) {
   const float s = 1.53787e-05f;

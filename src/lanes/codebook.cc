@@ -251,7 +251,6 @@ int32_t ForegroundIntegral(const uint8_t* srcY, const uint8_t* srcC, const uint8
   const auto low = hn::Set(d16, 0x00FF);
   const auto zero8 = hn::Zero(d8);
   const auto zero16 = hn::Zero(d16);
-  const auto absDiff = [](int32_t a, int32_t b) { return uint32_t(a > b ? a - b : b - a); };
   alignas(64) uint8_t fg[kChunk];
   uint32_t* above = dst;
   for (uint32_t x = 0; x <= srcWidth; ++x) above[x] = 0;
@@ -280,10 +279,7 @@ int32_t ForegroundIntegral(const uint8_t* srcY, const uint8_t* srcC, const uint8
         hn::Store(mask, d8, fg + i);
       }
       for (; i < count; ++i) {
-        const uint32_t x = x0 + i, c = 2 * (x / 2);
-        const bool on = absDiff(sy[x], ry[x]) > lumaThresh ||
-                        absDiff(sc[c], rc[c]) + absDiff(sc[c + 1], rc[c + 1]) > chromaThresh;
-        fg[i] = on ? 255 : 0;
+        fg[i] = tvxcb::ForegroundAt(sy, ry, sc, rc, x0 + i, lumaThresh, chromaThresh) ? 255 : 0;
       }
       for (i = 0; i < count; ++i) {
         run += fg[i] & 1u;

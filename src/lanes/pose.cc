@@ -94,12 +94,7 @@ int32_t PoseJacobianSE2(const uint8_t* warpedImage, const uint16_t* warpedBorder
     for (; x < end; ++x) {
       const int32_t gx = int32_t(w[x + 1]) - w[x - 1] + dx[x];
       const int32_t gy = int32_t(down[x]) - up[x] + dy[x];
-      const int32_t e = int32_t(w[x]) - t[x];
-      const int64_t r = (x - cx) * gy - (int64_t(y) - cy) * gx;
-      const int32_t g16 = int16_t(gx), h16 = int16_t(gy), r16 = int16_t(r), e16 = int16_t(e);
-      const int32_t prods[tvxpose::kSums] = {g16 * g16, g16 * h16, g16 * r16, h16 * h16, h16 * r16,
-                                             r16 * r16, g16 * e16, h16 * e16, r16 * e16, e16 < 0 ? -e16 : e16};
-      for (int k = 0; k < tvxpose::kSums; ++k) rowSums[k] += uint32_t(prods[k]);
+      tvxpose::AddSe2Pixel(rowSums, gx, gy, int32_t(w[x]) - t[x], x - cx, int64_t(y) - cy);
       ++pixels;
     }
     for (int k = 0; k < tvxpose::kSums; ++k) sums[k] += int32_t(rowSums[k]);
