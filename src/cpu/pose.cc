@@ -170,7 +170,7 @@ float tvxGeomPoseRefineGNf32C(const tvxCorrespondences* corrs, int32_t minIterat
                               float stopCriteria, const float* initpose, float* refinedpose) {
   (void)stopCriteria;  // the relative improvement bound is the fixed 5 %
   const uint32_t n = corrs->numIndices;
-  if (n < 6) return -1.0f;
+  if (n < 6 || n > UINT32_MAX / 24) return -1.0f;  // the work block size is formed in 32 bits
   float* work = static_cast<float*>(tvxGetScratchBufferUnaligned_(24 * n));
   if (!work) tvx_fatal("src/cpu/tavixGeomC", 1607, "work");
   float* projected = work;

@@ -101,6 +101,7 @@ void tvx_fail_heap_after_for_test(int64_t allocations);
 void tvx_trace(const char* name, uint32_t tier);
 void tvx_assert_failed(const char* name, const char* condition);
 void tvx_size_error(const char* name);
+void tvx_out_of_memory(const char* name);  // a kernel could not get its working storage
 
 // Broken internal invariant of a reference variant: logs "path@line: cond Assertion failed"
 // and ends the process with status 1.

@@ -42,6 +42,7 @@ void tvx_assert_failed(const char* name, const char* condition) {
 }
 
 void tvx_size_error(const char* name) { tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "Error at %s\n", name); }
+void tvx_out_of_memory(const char* name) { tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "Out of memory at %s\n", name); }
 
 void tvx_fatal(const char* path, int line, const char* condition) {
   tvx_log(TVX_LOG_ERROR, TVX_LIB_TAG, "%s@%d: %s Assertion failed\n", path, line, condition);

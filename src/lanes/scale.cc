@@ -411,7 +411,10 @@ void Deinterleaveu8(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, u
 
 void ScaleDownNNu8(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint8_t* dst,
                    uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride) {
-  uint32_t* columns = static_cast<uint32_t*>(tvxGetScratchBufferAligned_(dstWidth * 4, 64));
+  // A table of more than 2^32 bytes (possible for a 1 GB row on a 32-bit target) is not taken.
+  uint32_t* columns = dstWidth <= UINT32_MAX / 4
+                          ? static_cast<uint32_t*>(tvxGetScratchBufferAligned_(dstWidth * 4, 64))
+                          : nullptr;
   if (!columns) return tvxScaleDownNNu8C(src, srcWidth, srcHeight, srcStride, dst, dstWidth, dstHeight, dstStride);
   for (uint32_t x = 0; x < dstWidth; ++x) columns[x] = tvxscale::NearestIndex(x, srcWidth, dstWidth);
   uint32_t previous = 0;
