@@ -158,6 +158,21 @@ TEST_F(SvdFixed, MixedExponentsFullScaleAndUnnormalisedInputs) {
   ExpectValidSvd(F.values(), f, m, n, kTol);
   EXPECT_GT(f.w.at(0), 1e12);
 
+  // Exponents over the whole 16-bit range: squares leave the format and saturate, yet the
+  // call completes with non-negative values in descending order.
+  std::uniform_int_distribution<int> anyExp(-32768, 32767);
+  for (int round = 0; round < 20; ++round) {
+    FixMat X(size_t(m) * n);
+    for (size_t k = 0; k < X.m.size(); ++k) {
+      X.m[k] = mant(rng_);
+      X.q[k] = static_cast<int16_t>(round % 2 ? anyExp(rng_) : (k % 2 ? -32768 : 32767));
+    }
+    const Svd x = Decompose(X, m, n);
+    ASSERT_EQ(x.status, 0);
+    for (uint32_t k = 0; k + 1 < n; ++k) EXPECT_GE(x.w.at(k), x.w.at(k + 1)) << round << "," << k;
+    EXPECT_GE(x.w.m[n - 1], 0);
+  }
+
   // The same matrix with unnormalised mantissas (each value at a smaller exponent) decomposes
   // to the identical bits.
   const FixMat B = Encode(Random(size_t(m) * n), 28);
