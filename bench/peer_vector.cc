@@ -2,6 +2,7 @@
 // byte dot products against cv::Mat::dot, each over a batch of 10000 descriptor pairs per call,
 // and the 8 x 8 SAD map against cv::matchTemplate (squared differences: the nearest OpenCV
 // template search; the outputs differ in metric, so only the time is compared).
+#include <cstring>
 #include <memory>
 
 #include <opencv2/core.hpp>
@@ -62,6 +63,19 @@ void addVectorPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
         [](const uint8_t* a, const uint8_t* b) { return tvxDotProduct128x1s8(S8(a), S8(b)); }, false);
   batch("dot u8 128 x10000", "tvxDotProduct128x1u8", "cv::Mat::dot", TVX_ROW_tvxDotProduct128x1u8, 128, CV_8U,
         [](const uint8_t* a, const uint8_t* b) { return int32_t(tvxDotProduct128x1u8(a, b)); }, false);
+
+  // The memory bound of the batches above: one call of each moves 2 * 10000 * len bytes in and
+  // 4 * 10000 out; a copy that reads and writes half that many bytes moves the same amount
+  // through the same cache level. Both sides copy (memcpy and cv::Mat::copyTo); no goal.
+  for (int len : {32, 36, 64, 128}) {
+    const int half = (2 * kPairs * len + 4 * kPairs) / 2;
+    auto src = std::make_shared<cv::Mat>(1, half, CV_8UC1);
+    cv::randu(*src, cv::Scalar::all(0), cv::Scalar::all(256));
+    pairs.push_back(outputPair({"copy as " + std::to_string(len) + " B x10000", "memcpy", "cv::Mat::copyTo",
+                                TVX_ROW_tvxHammingDistance32x1u8, 2.0 * half, 1, half, CV_8UC1,
+                                [src, half](cv::Mat& o) { std::memcpy(o.data, src->data, size_t(half)); },
+                                [src](cv::Mat& o) { src->copyTo(o); }, {}, {}, 0.0}));
+  }
 
   // The SAD map over a 320 x 240 image against the squared-difference template match.
   const int w = 320, h = 240;
