@@ -34,7 +34,8 @@ std::atomic<uint32_t> g_maskOffset{0};
 
 struct Comp {
   uint32_t area, head, tail, node;
-  uint32_t level;  // last threshold at which the component gained pixels
+  uint32_t level;   // last threshold at which the component gained pixels
+  uint32_t listed;  // last threshold at which it entered the list of grown components
 };
 
 struct Node {
@@ -144,7 +145,7 @@ void BuildTree(const Walk& w) {
         if (!seen) roots[k++] = r;
       }
       if (k == 0) {
-        comps[numComps] = Comp{1, i, i, kNone, level};
+        comps[numComps] = Comp{1, i, i, kNone, level, level};
         mask[i] = kRoot | numComps++;
         p.touched[numTouched++] = i;
         continue;
@@ -172,7 +173,10 @@ void BuildTree(const Walk& w) {
         mc.area += c.area;
         mask[roots[m]] = mr;
       }
-      p.touched[numTouched++] = mr;
+      if (mc.listed != level) {
+        mc.listed = level;
+        p.touched[numTouched++] = mr;
+      }
     }
     for (uint32_t t = 0; t < numTouched; ++t) {
       Comp& c = comps[mask[Find(mask, p.touched[t])] & ~kRoot];
