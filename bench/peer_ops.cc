@@ -131,6 +131,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addTransformPairs(im, pairs);
   addSolverPairs(im, pairs);
   addCameraPairs(im, pairs);
+  addMserPairs(im, pairs);
   return pairs;
 }
 

@@ -182,4 +182,43 @@ TEST_F(ConcurrencyTest, RemoteCallsFromSeveralThreadsMatchOneThread) {
   ExpectConcurrentRunsMatch(TAVIX_OP_EXT_RDSP, true, true, 1);
 }
 
+// MSER starts a thread of its own per call (MSER- beside the caller's MSER+). Several callers,
+// each with its own handle, on the SIMD and the reference tier: every run equals a
+// single-threaded run of the same image, and the polarity threads share nothing but the source.
+TEST_F(ConcurrencyTest, MserCallsWithTheirOwnThreadsFromSeveralThreadsMatchOneThread) {
+  constexpr uint32_t w = 96, h = 64;
+  std::mt19937 rng(5);
+  std::vector<uint8_t> img(w * h);
+  for (uint32_t y = 0; y < h; ++y)
+    for (uint32_t x = 0; x < w; ++x) img[y * w + x] = static_cast<uint8_t>(((x / 9 + y / 7) % 5) * 50 + rng() % 9);
+  for (int32_t mode : {int32_t(TAVIX_OP_CPU_PERFORMANCE), int32_t(TAVIX_OP_EXT_REFERENCE)}) {
+    tvxSetOperationMode(mode);
+    auto run = [&](void* handle, std::vector<uint32_t>& out) {
+      out.assign(64 + 2 * 20000 + 1, 0);
+      tvxMseru8_v2(handle, img.data(), w, h, 0, 64, 20000, &out[0], &out[1], &out[65]);
+    };
+    void* single = nullptr;
+    ASSERT_EQ(tvxMserInit(w, h, 2, 4, 3000, 0.5f, 0.2f, &single), 1);
+    std::vector<uint32_t> want;
+    run(single, want);
+    tvxMserRelease(single);
+    ASSERT_GT(want[0], 0u);
+    std::vector<int> same(kWorkers, 0);
+    std::vector<std::thread> workers;
+    for (int k = 0; k < kWorkers; ++k)
+      workers.emplace_back([&, k] {
+        void* handle = nullptr;
+        if (tvxMserInit(w, h, 2, 4, 3000, 0.5f, 0.2f, &handle) != 1) return;
+        for (int rep = 0; rep < 3; ++rep) {
+          std::vector<uint32_t> got;
+          run(handle, got);
+          same[k] += got == want;
+        }
+        tvxMserRelease(handle);
+      });
+    for (auto& t : workers) t.join();
+    for (int k = 0; k < kWorkers; ++k) EXPECT_EQ(same[k], 3) << "worker " << k;
+  }
+}
+
 }  // namespace
