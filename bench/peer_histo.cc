@@ -39,7 +39,7 @@ void addHistoPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
   {  // histogram: 256 counts each side
     auto ours = std::make_shared<std::vector<uint32_t>>(256);
     auto theirs = std::make_shared<cv::Mat>();
-    PeerPair p("histogram", "tvxImageIntensityHistogram", "cv::calcHist 256 bins", TVX_ROW_tvxImageIntensityHistogram,
+    PeerPair p("histo: histogram", "tvxImageIntensityHistogram", "cv::calcHist 256 bins", TVX_ROW_tvxImageIntensityHistogram,
                im.imageBytes(), [&a, ours, w, h] { tvxImageIntensityHistogram(in(a), w, h, stride(a), ours->data(), 0); },
                [&a, theirs] {
                  const int channels[] = {0}, sizes[] = {256};
@@ -56,7 +56,7 @@ void addHistoPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
     pairs.push_back(std::move(p));
   }
 
-  pairs.push_back(outputPair({"equalize", "tvxImageHistogramEqualizeu8", "cv::equalizeHist",
+  pairs.push_back(outputPair({"histo: equalize", "tvxImageHistogramEqualizeu8", "cv::equalizeHist",
                               TVX_ROW_tvxImageHistogramEqualizeu8, 2 * im.imageBytes(), int(h), int(w), CV_8UC1,
                               [&smooth, w, h](cv::Mat& o) {
                                 tvxImageHistogramEqualizeu8(in(smooth), w, h, stride(smooth), out(o), stride(o));
@@ -66,7 +66,7 @@ void addHistoPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
   {  // moments: 24 values each side
     auto ours = std::make_shared<std::vector<float>>(24);
     auto theirs = std::make_shared<cv::Moments>();
-    PeerPair p("moments u8", "tvxImageMomentsu8", "cv::moments", TVX_ROW_tvxImageMomentsu8, im.imageBytes(),
+    PeerPair p("histo: moments u8", "tvxImageMomentsu8", "cv::moments", TVX_ROW_tvxImageMomentsu8, im.imageBytes(),
                [&a, ours, w, h] { tvxImageMomentsu8(in(a), w, h, stride(a), ours->data()); },
                [&a, theirs] { *theirs = cv::moments(a); },
                [ours, theirs] {
@@ -83,7 +83,7 @@ void addHistoPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
   {  // mean and standard deviation
     auto ours = std::make_shared<std::pair<float, float>>();
     auto theirs = std::make_shared<std::pair<cv::Scalar, cv::Scalar>>();
-    PeerPair p("mean, std dev", "tvxImageIntensityStats", "cv::meanStdDev", TVX_ROW_tvxImageIntensityStats,
+    PeerPair p("histo: mean, std dev", "tvxImageIntensityStats", "cv::meanStdDev", TVX_ROW_tvxImageIntensityStats,
                im.imageBytes(), [&a, ours, w, h] { tvxImageIntensityStats(in(a), w, h, stride(a), &ours->first, &ours->second); },
                [&a, theirs] { cv::meanStdDev(a, theirs->first, theirs->second); },
                [ours, theirs] {
@@ -95,7 +95,7 @@ void addHistoPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
   }
 
   const cv::Mat& b = im.b;
-  pairs.push_back(outputPair({"image diff u8", "tvxImageDiffu8", "cv::absdiff", TVX_ROW_tvxImageDiffu8,
+  pairs.push_back(outputPair({"histo: image diff u8", "tvxImageDiffu8", "cv::absdiff", TVX_ROW_tvxImageDiffu8,
                               3 * im.imageBytes(), int(h), int(w), CV_8UC1,
                               [&a, &b, w, h](cv::Mat& o) {
                                 tvxImageDiffu8(in(a), in(b), w, h, stride(a), stride(b), out(o), stride(o));
