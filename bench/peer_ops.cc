@@ -132,6 +132,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addSolverPairs(im, pairs);
   addCameraPairs(im, pairs);
   addMserPairs(im, pairs);
+  addHistoPairs(im, pairs);
   return pairs;
 }
 

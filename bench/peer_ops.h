@@ -74,6 +74,7 @@ void addGeomPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addSolverPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addCameraPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addMserPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addHistoPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
