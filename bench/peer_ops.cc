@@ -131,6 +131,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addTransformPairs(im, pairs);
   addSolverPairs(im, pairs);
   addCameraPairs(im, pairs);
+  addRegionPairs(im, pairs);
   return pairs;
 }
 
