@@ -44,6 +44,8 @@ inline uint32_t RoundSqrt(uint64_t n) {
   return static_cast<uint32_t>(n > s * s + s ? s + 1 : s);
 }
 
+constexpr double kHalfTurn = 3.14159265358979323846;  // half a circumference per unit radius
+
 struct Edge {
   int32_t x, y, ux, uy;  // position and unit gradient in Q16
 };
@@ -81,9 +83,16 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
     }
     return m > mag[i + before] && m >= mag[i + after];
   };
+  // The accumulator's memory is free until the votes: it first holds one edge flag per pixel.
+  uint8_t* flags = reinterpret_cast<uint8_t*>(acc);
+  std::memset(flags, 0, pixels);
   uint64_t edgeCount = 0;
   for (uint32_t y = 1; y + 1 < height; ++y)
-    for (uint32_t x = 1; x + 1 < width; ++x) edgeCount += isEdge(x, y);
+    for (uint32_t x = 1; x + 1 < width; ++x) {
+      const bool edge = isEdge(x, y);
+      flags[size_t{y} * width + x] = edge;
+      edgeCount += edge;
+    }
   if (edgeCount == 0) {
     *numCircles = 0;
     return 0;
@@ -92,14 +101,13 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
   if (edgeBlock.block == nullptr) return 5;
   Edge* edges = static_cast<Edge*>(edgeBlock.block);
   size_t n = 0;
-  for (uint32_t y = 1; y + 1 < height; ++y)
-    for (uint32_t x = 1; x + 1 < width; ++x) {
-      if (!isEdge(x, y)) continue;
-      const size_t i = size_t{y} * width + x;
-      const int32_t dx = gx[i], dy = gy[i];
-      const int32_t norm = static_cast<int32_t>(RoundSqrt(uint64_t(int64_t{dx} * dx + int64_t{dy} * dy)));
-      edges[n++] = {int32_t(x), int32_t(y), int32_t((int64_t{dx} * 65536) / norm), int32_t((int64_t{dy} * 65536) / norm)};
-    }
+  for (size_t i = 0; i < pixels; ++i) {
+    if (!flags[i]) continue;
+    const int32_t dx = gx[i], dy = gy[i];
+    const int32_t norm = static_cast<int32_t>(RoundSqrt(uint64_t(int64_t{dx} * dx + int64_t{dy} * dy)));
+    edges[n++] = {int32_t(i % width), int32_t(i / width), int32_t((int64_t{dx} * 65536) / norm),
+                  int32_t((int64_t{dy} * 65536) / norm)};
+  }
 
   // Voting: each edge, for every radius, in the cell at that distance along +/- its gradient.
   const uint32_t rLow = std::max<uint32_t>(minRadius, 1);
@@ -118,12 +126,29 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
     }
   }
 
-  // Centre candidates: local maxima above the threshold, most votes first, then scan order.
+  // Centre candidates: local maxima of the votes summed over each cell's 3x3 neighbourhood
+  // (votes of a centre spread over neighbouring cells as gradient directions round), kept in
+  // the gradient planes' memory, which the edge list has made free.
+  uint32_t* score = reinterpret_cast<uint32_t*>(gx);  // pixels * 4 of the planes' pixels * 6 bytes
+  for (uint32_t y = 0; y < height; ++y) {
+    const uint32_t* up = acc + size_t{y > 0 ? y - 1 : y} * width;
+    const uint32_t* mid = acc + size_t{y} * width;
+    const uint32_t* down = acc + size_t{y + 1 < height ? y + 1 : y} * width;
+    uint32_t* out = score + size_t{y} * width;
+    for (uint32_t x = 0; x < width; ++x)
+      out[x] = mid[x] + (y > 0 ? up[x] : 0) + (y + 1 < height ? down[x] : 0);
+    uint32_t previous = 0;
+    for (uint32_t x = 0; x < width; ++x) {
+      const uint32_t column = out[x];
+      out[x] = previous + column + (x + 1 < width ? out[x + 1] : 0);
+      previous = column;
+    }
+  }
   const auto votes = [&](int64_t x, int64_t y) -> uint32_t {
-    return (x < 0 || y < 0 || x >= width || y >= height) ? 0u : acc[size_t(y) * width + size_t(x)];
+    return (x < 0 || y < 0 || x >= width || y >= height) ? 0u : score[size_t(y) * width + size_t(x)];
   };
   const auto isCentre = [&](uint32_t x, uint32_t y) {
-    const uint32_t v = acc[size_t{y} * width + x];
+    const uint32_t v = score[size_t{y} * width + x];
     return v > accThreshold && v > votes(int64_t{x} - 1, y) && v >= votes(int64_t{x} + 1, y) &&
            v > votes(x, int64_t{y} - 1) && v >= votes(x, int64_t{y} + 1);
   };
@@ -134,47 +159,74 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
     *numCircles = 0;
     return 0;
   }
-  Scratch centreBlock(centreCount * 4 + (uint64_t{rHigh} + 2) * 8);
+  Scratch centreBlock(centreCount * 4 + (uint64_t{rHigh} + 2) * 4);
   if (centreBlock.block == nullptr) return 5;
   uint32_t* centres = static_cast<uint32_t*>(centreBlock.block);
-  uint32_t* bins = centres + centreCount;                   // rHigh + 2 counts
-  float* sums = reinterpret_cast<float*>(bins + rHigh + 2);  // rHigh + 2 sums of distances
+  uint32_t* bins = centres + centreCount;  // rHigh + 2 counts
   size_t c = 0;
   for (uint32_t y = 0; y < height; ++y)
     for (uint32_t x = 0; x < width; ++x)
       if (isCentre(x, y)) centres[c++] = y * width + x;
-  std::stable_sort(centres, centres + centreCount, [&](uint32_t a, uint32_t b) { return acc[a] > acc[b]; });
+  std::stable_sort(centres, centres + centreCount, [&](uint32_t a, uint32_t b) { return score[a] > score[b]; });
 
   const uint64_t dLow = uint64_t{rLow} - 1, dHigh = uint64_t{rHigh} + 1;
-  const uint64_t minDist2 = uint64_t{minDist} * minDist;
+  const double minDist2 = double(minDist) * minDist;
   uint32_t written = 0;
   for (size_t k = 0; k < centreCount && written < capacity; ++k) {
     const int64_t cx = centres[k] % width, cy = centres[k] / width;
     bool crowded = false;
     for (uint32_t j = 0; j < written && !crowded; ++j) {
-      const int64_t dx = int64_t(circles[3 * j]) - cx, dy = int64_t(circles[3 * j + 1]) - cy;
-      crowded = uint64_t(dx * dx + dy * dy) < minDist2;
+      const double dx = double(circles[3 * j]) - double(cx), dy = double(circles[3 * j + 1]) - double(cy);
+      crowded = dx * dx + dy * dy < minDist2;
     }
     if (crowded) continue;
+    // Support: edges at distance d in [rLow - 1, rHigh + 1) whose gradient lies within about 25
+    // degrees of the line through the centre (cos^2 >= 0.81), binned by floor(d).
+    const auto supports = [&](const Edge& g, uint64_t& d2) {
+      const int64_t dx = g.x - cx, dy = g.y - cy;
+      d2 = uint64_t(dx * dx + dy * dy);
+      if (d2 < dLow * dLow || d2 >= dHigh * dHigh || d2 == 0) return false;
+      const int64_t dot = dx * g.ux + dy * g.uy;  // |d| |g| cos in Q16
+      return double(dot) * double(dot) >= 0.81 * 4294967296.0 * double(d2);
+    };
     std::memset(bins, 0, (size_t{rHigh} + 2) * 4);
-    std::memset(sums, 0, (size_t{rHigh} + 2) * 4);
     for (size_t e = 0; e < edgeCount; ++e) {
-      const int64_t dx = edges[e].x - cx, dy = edges[e].y - cy;
-      const uint64_t d2 = uint64_t(dx * dx + dy * dy);
-      if (d2 < dLow * dLow || d2 >= dHigh * dHigh) continue;
-      const uint32_t b = FloorSqrt(d2);
-      ++bins[b];
-      sums[b] += std::sqrt(static_cast<float>(d2));
+      uint64_t d2;
+      if (supports(edges[e], d2)) ++bins[FloorSqrt(d2)];
     }
     uint32_t best = 0, bestR = rLow;
     for (uint32_t r = rLow; r <= rHigh; ++r) {
       const uint32_t count = bins[r - 1] + bins[r];
       if (count > best) best = count, bestR = r;
     }
-    if (best <= accThreshold) continue;
-    circles[3 * written] = static_cast<float>(cx);
-    circles[3 * written + 1] = static_cast<float>(cy);
-    circles[3 * written + 2] = (sums[bestR - 1] + sums[bestR]) / static_cast<float>(best);
+    // A circle needs more than accThreshold supporting edges and at least half its circumference.
+    if (best <= accThreshold || double(best) < kHalfTurn * bestR) continue;
+    // Algebraic least-squares circle through the supporting edges of bins bestR - 1 and bestR,
+    // in coordinates relative to the cell; the cell and the mean distance stand when the fit is
+    // degenerate or strays more than 2 cells.
+    double suu = 0, svv = 0, suv = 0, su = 0, sv = 0, szu = 0, szv = 0, sz = 0, sd = 0;
+    for (size_t e = 0; e < edgeCount; ++e) {
+      uint64_t d2;
+      if (!supports(edges[e], d2)) continue;
+      const uint32_t b = FloorSqrt(d2);
+      if (b + 1 != bestR && b != bestR) continue;
+      const double u = double(edges[e].x - cx), v = double(edges[e].y - cy), z = u * u + v * v;
+      suu += u * u, svv += v * v, suv += u * v, su += u, sv += v, szu += z * u, szv += z * v, sz += z;
+      sd += std::sqrt(z);
+    }
+    const double n = best;
+    const double det = suu * (svv * n - sv * sv) - suv * (suv * n - sv * su) + su * (suv * sv - svv * su);
+    double fx = 0, fy = 0, fr = sd / n;
+    if (std::fabs(det) > 1e-9 * n * n * n) {
+      const double D = (-szu * (svv * n - sv * sv) - suv * (-szv * n + sv * sz) + su * (-szv * sv + svv * sz)) / det;
+      const double E = (suu * (-szv * n + sv * sz) + szu * (suv * n - sv * su) + su * (-suv * sz + szv * su)) / det;
+      const double F = (suu * (-svv * sz + sv * szv) - suv * (-suv * sz + su * szv) - szu * (suv * sv - svv * su)) / det;
+      const double ox = -D / 2, oy = -E / 2, r2 = ox * ox + oy * oy - F;
+      if (r2 > 0 && std::fabs(ox) <= 2 && std::fabs(oy) <= 2) fx = ox, fy = oy, fr = std::sqrt(r2);
+    }
+    circles[3 * written] = static_cast<float>(double(cx) + fx);
+    circles[3 * written + 1] = static_cast<float>(double(cy) + fy);
+    circles[3 * written + 2] = static_cast<float>(fr);
     ++written;
   }
   *numCircles = written;

@@ -8,21 +8,21 @@
 
 namespace {
 
-// Scratch for the fills: a per-pixel state byte (0 unseen, 1 queued, 2 in the region) followed
-// by a stack of pixel indices, at most one entry per pixel (a pixel is pushed only while unseen).
+// Scratch for the fills: a per-pixel byte, non-zero once the pixel is in the region, followed by
+// a stack of runs (first pixel's index, last column), at most one per pixel.
 struct FillScratch {
   void* block = nullptr;
-  uint8_t* state = nullptr;
+  uint8_t* filled = nullptr;
   uint32_t* stack = nullptr;
   bool Take(uint64_t pixels) {
-    const uint64_t stateBytes = (pixels + 15) & ~uint64_t{15};
-    const uint64_t bytes = stateBytes + 4 * pixels;
+    const uint64_t mapBytes = (pixels + 15) & ~uint64_t{15};
+    const uint64_t bytes = mapBytes + 8 * pixels;
     if (bytes > UINT32_MAX) return false;
     block = tvxGetScratchBufferAligned_(static_cast<uint32_t>(bytes), 16);
     if (block == nullptr) return false;
-    state = static_cast<uint8_t*>(block);
-    stack = reinterpret_cast<uint32_t*>(state + stateBytes);
-    std::memset(state, 0, pixels);
+    filled = static_cast<uint8_t*>(block);
+    stack = reinterpret_cast<uint32_t*>(filled + mapBytes);
+    std::memset(filled, 0, pixels);
     return true;
   }
   ~FillScratch() {
@@ -30,20 +30,16 @@ struct FillScratch {
   }
 };
 
-enum : uint8_t { kUnseen = 0, kQueued = 1, kFilled = 2 };
-
-// Span fill: a popped pixel grows into the widest run of its row that the range admits, the run
-// joins the region, and the rows above and below are scanned along the run (one pixel wider each
-// side for 8-connectivity) for admitted pixels, which are queued. With a fixed range every
-// admitted pixel of a run in the next row is reached by growing from its first one, so only run
-// starts are queued; with a floating range each admitted pixel is queued, as admission there
-// depends on the pixel it is reached from. The image is written once the region is known, so
-// every comparison sees the values from before the call.
+// Run fill with a visited map: every run joins the region whole (grown along its row as far as
+// the range admits each step), is pushed once, and when popped the rows above and below are
+// scanned along it (one pixel wider each side for 8-connectivity); each admitted pixel found
+// there that is not yet in the region starts a new run, grown at once. The image is written once
+// the region is known, so every comparison sees the values from before the call.
 template <bool kFixed>
 int32_t FloodFill(uint8_t* src, uint32_t width, uint32_t height, uint32_t stride, uint32_t seedX, uint32_t seedY,
                   uint8_t newVal, uint8_t loDiff, uint8_t upDiff, bool eight, uint32_t* area, uint32_t* rect) {
   const uint64_t pixels = uint64_t{width} * height;
-  if (pixels > UINT32_MAX) return 3;
+  if (pixels > UINT32_MAX / 9) return 3;
   FillScratch s;
   if (!s.Take(pixels)) return 5;
   const int32_t seedVal = src[size_t{seedY} * stride + seedX];
@@ -53,38 +49,39 @@ int32_t FloodFill(uint8_t* src, uint32_t width, uint32_t height, uint32_t stride
     const int32_t from = kFixed ? seedVal : p;
     return q >= from - lo && q <= from + up;
   };
-  uint32_t top = 0;
-  s.stack[top++] = seedY * width + seedX;
-  s.state[size_t{seedY} * width + seedX] = kQueued;
-  uint32_t count = 0, minX = seedX, maxX = seedX, minY = seedY, maxY = seedY;
-  while (top > 0) {
-    const uint32_t index = s.stack[--top];
-    if (s.state[index] == kFilled) continue;
-    const uint32_t y = index / width, x = index % width;
+  uint32_t top = 0, count = 0, minX = seedX, maxX = seedX, minY = seedY, maxY = seedY;
+  // Grows the run through (x, y), marks it and pushes it.
+  const auto addRun = [&](uint32_t x, uint32_t y) {
     const uint8_t* row = src + size_t{y} * stride;
-    uint8_t* state = s.state + size_t{y} * width;
+    uint8_t* mark = s.filled + size_t{y} * width;
     uint32_t left = x, right = x;
-    while (left > 0 && state[left - 1] != kFilled && admits(row[left - 1], row[left])) --left;
-    while (right + 1 < width && state[right + 1] != kFilled && admits(row[right + 1], row[right])) ++right;
-    std::memset(state + left, kFilled, right - left + 1);
+    while (left > 0 && !mark[left - 1] && admits(row[left - 1], row[left])) --left;
+    while (right + 1 < width && !mark[right + 1] && admits(row[right + 1], row[right])) ++right;
+    std::memset(mark + left, 1, right - left + 1);
     count += right - left + 1;
     if (left < minX) minX = left;
     if (right > maxX) maxX = right;
     if (y < minY) minY = y;
     if (y > maxY) maxY = y;
+    s.stack[top++] = y * width + left;
+    s.stack[top++] = right;
+    return right;
+  };
+  addRun(seedX, seedY);
+  while (top > 0) {
+    const uint32_t right = s.stack[--top];
+    const uint32_t index = s.stack[--top];
+    const uint32_t y = index / width, left = index % width;
+    const uint8_t* row = src + size_t{y} * stride;
     const uint32_t first = eight && left > 0 ? left - 1 : left;
     const uint32_t last = eight && right + 1 < width ? right + 1 : right;
     for (int dy = -1; dy <= 1; dy += 2) {
       if ((dy < 0 && y == 0) || (dy > 0 && y + 1 == height)) continue;
       const uint32_t ny = y + dy;
       const uint8_t* nrow = src + size_t{ny} * stride;
-      uint8_t* nstate = s.state + size_t{ny} * width;
-      bool inRun = false;
+      const uint8_t* nmark = s.filled + size_t{ny} * width;
       for (uint32_t i = first; i <= last; ++i) {
-        if (nstate[i] != kUnseen) {
-          inRun = false;
-          continue;
-        }
+        if (nmark[i]) continue;
         bool ok;
         if (kFixed) {
           ok = admits(nrow[i], seedVal);
@@ -95,23 +92,65 @@ int32_t FloodFill(uint8_t* src, uint32_t width, uint32_t height, uint32_t stride
           ok = false;
           for (uint32_t j = j0; j <= j1 && !ok; ++j) ok = admits(nrow[i], row[j]);
         }
-        if (!ok) {
-          inRun = false;
-          continue;
-        }
-        if (kFixed && inRun) continue;
-        inRun = true;
-        nstate[i] = kQueued;
-        s.stack[top++] = ny * width + i;
+        if (ok) i = addRun(i, ny);
       }
     }
   }
   for (uint32_t y = minY; y <= maxY; ++y) {
     uint8_t* row = src + size_t{y} * stride;
-    const uint8_t* state = s.state + size_t{y} * width;
+    const uint8_t* mark = s.filled + size_t{y} * width;
     for (uint32_t x = minX; x <= maxX; ++x)
-      if (state[x] == kFilled) row[x] = newVal;
+      if (mark[x]) row[x] = newVal;
   }
+  *area = count;
+  rect[0] = minX;
+  rect[1] = minY;
+  rect[2] = maxX - minX + 1;
+  rect[3] = maxY - minY + 1;
+  return 0;
+}
+
+// Fixed range whose new value lies outside it: a filled pixel no longer passes the range test,
+// so the image itself marks the region and the fill writes each run as it is found, without a
+// visited map. The stack holds run starts; a pixel can be queued once from the run above and
+// once from the run below it, so two entries per pixel bound it.
+int32_t FixedFillInPlace(uint8_t* src, uint32_t width, uint32_t height, uint32_t stride, uint32_t seedX,
+                         uint32_t seedY, uint8_t newVal, int32_t low, int32_t high, uint32_t* area, uint32_t* rect) {
+  const uint64_t entries = 2 * uint64_t{width} * height + 1;
+  if (entries * 4 > UINT32_MAX) return 3;
+  uint32_t* stack = static_cast<uint32_t*>(tvxGetScratchBufferAligned_(static_cast<uint32_t>(entries * 4), 16));
+  if (stack == nullptr) return 5;
+  const auto inside = [&](uint8_t v) { return int32_t{v} >= low && int32_t{v} <= high; };
+  uint32_t top = 0;
+  stack[top++] = seedY * width + seedX;
+  uint32_t count = 0, minX = seedX, maxX = seedX, minY = seedY, maxY = seedY;
+  while (top > 0) {
+    const uint32_t index = stack[--top];
+    const uint32_t y = index / width, x = index % width;
+    uint8_t* row = src + size_t{y} * stride;
+    if (!inside(row[x])) continue;  // filled since it was queued
+    uint32_t left = x, right = x;
+    while (left > 0 && inside(row[left - 1])) --left;
+    while (right + 1 < width && inside(row[right + 1])) ++right;
+    std::memset(row + left, newVal, right - left + 1);
+    count += right - left + 1;
+    if (left < minX) minX = left;
+    if (right > maxX) maxX = right;
+    if (y < minY) minY = y;
+    if (y > maxY) maxY = y;
+    for (int dy = -1; dy <= 1; dy += 2) {
+      if ((dy < 0 && y == 0) || (dy > 0 && y + 1 == height)) continue;
+      const uint32_t ny = y + dy;
+      const uint8_t* nrow = src + size_t{ny} * stride;
+      bool inRun = false;
+      for (uint32_t i = left; i <= right; ++i) {
+        const bool ok = inside(nrow[i]);
+        if (ok && !inRun) stack[top++] = ny * width + i;
+        inRun = ok;
+      }
+    }
+  }
+  tvxReleaseScratchBuffer_(stack);
   *area = count;
   rect[0] = minX;
   rect[1] = minY;
@@ -163,6 +202,10 @@ uint32_t* TakeQueue(uint32_t width, uint32_t height) {
 int32_t tvxFloodfillSimpleu8C(uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride, uint32_t seedX,
                               uint32_t seedY, uint8_t newVal, uint8_t loDiff, uint8_t upDiff, uint32_t* area,
                               uint32_t* rect) {
+  const int32_t seed = src[size_t{seedY} * srcStride + seedX];
+  const int32_t low = seed - loDiff, high = seed + upDiff;
+  if (newVal < low || newVal > high)
+    return FixedFillInPlace(src, srcWidth, srcHeight, srcStride, seedX, seedY, newVal, low, high, area, rect);
   return FloodFill<true>(src, srcWidth, srcHeight, srcStride, seedX, seedY, newVal, loDiff, upDiff, false, area, rect);
 }
 
