@@ -172,16 +172,14 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
   const uint64_t dLow = uint64_t{rLow} - 1, dHigh = uint64_t{rHigh} + 1;
   const double minDist2 = double(minDist) * minDist;
   uint32_t written = 0;
-  for (size_t k = 0; k < centreCount && written < capacity; ++k) {
-    const int64_t cx = centres[k] % width, cy = centres[k] / width;
-    bool crowded = false;
-    for (uint32_t j = 0; j < written && !crowded; ++j) {
-      const double dx = double(circles[3 * j]) - double(cx), dy = double(circles[3 * j + 1]) - double(cy);
-      crowded = dx * dx + dy * dy < minDist2;
-    }
-    if (crowded) continue;
-    // Support: edges at distance d in [rLow - 1, rHigh + 1) whose gradient lies within about 25
-    // degrees of the line through the centre (cos^2 >= 0.81), binned by floor(d).
+  // Support of a centre: edges at distance d in [rLow - 1, rHigh + 1) whose gradient lies within
+  // about 25 degrees of the line through the centre (cos^2 >= 0.81), binned by floor(d).
+  struct Fit {
+    uint32_t count, radius;
+    double x, y, r;  // least-squares circle relative to the centre, valid when fitted
+    bool fitted;
+  };
+  const auto evaluate = [&](int64_t cx, int64_t cy) {
     const auto supports = [&](const Edge& g, uint64_t& d2) {
       const int64_t dx = g.x - cx, dy = g.y - cy;
       d2 = uint64_t(dx * dx + dy * dy);
@@ -194,39 +192,61 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
       uint64_t d2;
       if (supports(edges[e], d2)) ++bins[FloorSqrt(d2)];
     }
-    uint32_t best = 0, bestR = rLow;
+    Fit f{0, rLow, 0, 0, 0, false};
     for (uint32_t r = rLow; r <= rHigh; ++r) {
       const uint32_t count = bins[r - 1] + bins[r];
-      if (count > best) best = count, bestR = r;
+      if (count > f.count) f.count = count, f.radius = r;
     }
-    // A circle needs more than accThreshold supporting edges and at least half its circumference.
-    if (best <= accThreshold || double(best) < kHalfTurn * bestR) continue;
-    // Algebraic least-squares circle through the supporting edges of bins bestR - 1 and bestR,
-    // in coordinates relative to the cell; the cell and the mean distance stand when the fit is
-    // degenerate or strays more than 2 cells.
+    if (f.count == 0) return f;
+    // Algebraic least-squares circle through the supporting edges of the two best bins.
     double suu = 0, svv = 0, suv = 0, su = 0, sv = 0, szu = 0, szv = 0, sz = 0, sd = 0;
     for (size_t e = 0; e < edgeCount; ++e) {
       uint64_t d2;
       if (!supports(edges[e], d2)) continue;
       const uint32_t b = FloorSqrt(d2);
-      if (b + 1 != bestR && b != bestR) continue;
+      if (b + 1 != f.radius && b != f.radius) continue;
       const double u = double(edges[e].x - cx), v = double(edges[e].y - cy), z = u * u + v * v;
       suu += u * u, svv += v * v, suv += u * v, su += u, sv += v, szu += z * u, szv += z * v, sz += z;
       sd += std::sqrt(z);
     }
-    const double n = best;
+    const double n = f.count;
+    f.r = sd / n;
     const double det = suu * (svv * n - sv * sv) - suv * (suv * n - sv * su) + su * (suv * sv - svv * su);
-    double fx = 0, fy = 0, fr = sd / n;
     if (std::fabs(det) > 1e-9 * n * n * n) {
       const double D = (-szu * (svv * n - sv * sv) - suv * (-szv * n + sv * sz) + su * (-szv * sv + svv * sz)) / det;
       const double E = (suu * (-szv * n + sv * sz) + szu * (suv * n - sv * su) + su * (-suv * sz + szv * su)) / det;
       const double F = (suu * (-svv * sz + sv * szv) - suv * (-suv * sz + su * szv) - szu * (suv * sv - svv * su)) / det;
       const double ox = -D / 2, oy = -E / 2, r2 = ox * ox + oy * oy - F;
-      if (r2 > 0 && std::fabs(ox) <= 2 && std::fabs(oy) <= 2) fx = ox, fy = oy, fr = std::sqrt(r2);
+      if (r2 > 0 && std::fabs(ox) <= 4 && std::fabs(oy) <= 4) f.x = ox, f.y = oy, f.r = std::sqrt(r2), f.fitted = true;
     }
-    circles[3 * written] = static_cast<float>(double(cx) + fx);
-    circles[3 * written + 1] = static_cast<float>(double(cy) + fy);
-    circles[3 * written + 2] = static_cast<float>(fr);
+    return f;
+  };
+  const auto crowded = [&](double x, double y, uint32_t written) {
+    for (uint32_t j = 0; j < written; ++j) {
+      const double dx = double(circles[3 * j]) - x, dy = double(circles[3 * j + 1]) - y;
+      if (dx * dx + dy * dy < minDist2) return true;
+    }
+    return false;
+  };
+  for (size_t k = 0; k < centreCount && written < capacity; ++k) {
+    int64_t cx = centres[k] % width, cy = centres[k] / width;
+    if (crowded(double(cx), double(cy), written)) continue;
+    // Votes spread round a centre as gradient directions round, so the candidate moves to the
+    // cell nearest its fitted centre (at most 4 moves) before the circle is judged.
+    Fit f = evaluate(cx, cy);
+    for (int step = 0; step < 4 && f.fitted; ++step) {
+      const int64_t nx = cx + std::llround(f.x), ny = cy + std::llround(f.y);
+      if ((nx == cx && ny == cy) || nx < 0 || ny < 0 || nx >= width || ny >= height) break;
+      cx = nx, cy = ny;
+      f = evaluate(cx, cy);
+    }
+    // A circle needs more than accThreshold supporting edges and at least half its circumference.
+    if (f.count <= accThreshold || double(f.count) < kHalfTurn * f.radius) continue;
+    const double x = double(cx) + f.x, y = double(cy) + f.y;
+    if (crowded(x, y, written)) continue;
+    circles[3 * written] = static_cast<float>(x);
+    circles[3 * written + 1] = static_cast<float>(y);
+    circles[3 * written + 2] = static_cast<float>(f.r);
     ++written;
   }
   *numCircles = written;
