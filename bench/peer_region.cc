@@ -102,7 +102,7 @@ void addRegionPairs(PeerImages& im, std::vector<PeerPair>& pairs) {
   floating.goalSpeedup = 2.0;
   pairs.push_back(std::move(floating));
 
-  cv::Canny(im.smooth, b->edges, 20, 40);
+  cv::Canny(b->scene, b->edges, 40, 80);  // the plateaus' straight sides
   PeerPair lines(
       "Hough lines", "tvxHoughLineu8", "cv::HoughLines 1, pi/180", TVX_ROW_tvxHoughLineu8, double(kPeerWidth) * kPeerHeight,
       [b] {

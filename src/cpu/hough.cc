@@ -12,6 +12,16 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
+// Rounds to the nearest integer, halves to even, as lrintf does in the default rounding mode,
+// without a library call: adding 1.5 * 2^23 leaves the rounded value in the low mantissa bits.
+// Exact for |v| < 2^22.
+inline int32_t RoundEven(float v) {
+  const float t = v + 12582912.0f;
+  int32_t bits;
+  std::memcpy(&bits, &t, sizeof bits);
+  return bits - 0x4B400000;
+}
+
 void SobelPass(const uint8_t* src, uint32_t width, uint32_t height, uint32_t stride, int16_t* gx, int16_t* gy,
                int16_t* mag) {
   const size_t pixels = size_t{width} * height;
@@ -61,6 +71,8 @@ int32_t tvxHoughLineu8C(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeigh
   }
   const int32_t centre = (numRho - 1) / 2;
   const size_t rowCells = size_t(numRho) + 2;
+  // Distances stay below (width + height) / rho + 1 < numRho / 2 + 2 in magnitude.
+  const bool small = numRho < (1 << 21);
   for (uint32_t y = 0; y < srcHeight; ++y) {
     const uint8_t* row = src + size_t{y} * srcStride;
     const float fy = static_cast<float>(y);
@@ -68,9 +80,10 @@ int32_t tvxHoughLineu8C(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeigh
       if (row[x] == 0) continue;
       const float fx = static_cast<float>(x);
       uint32_t* cell = acc + rowCells + 1 + centre;
-      for (int32_t n = 0; n < numAngle; ++n, cell += rowCells) {
-        const float r = fx * tabCos[n] + fy * tabSin[n];
-        ++cell[std::lrint(r)];
+      if (small) {
+        for (int32_t n = 0; n < numAngle; ++n, cell += rowCells) ++cell[RoundEven(fx * tabCos[n] + fy * tabSin[n])];
+      } else {
+        for (int32_t n = 0; n < numAngle; ++n, cell += rowCells) ++cell[std::lrint(fx * tabCos[n] + fy * tabSin[n])];
       }
     }
   }
