@@ -1,6 +1,6 @@
 // Region and Hough pairs: flood fill (fixed and floating range) on a 1920x1080 scene of noisy
-// plateaus against cv::floodFill, the standard line transform of the 1920x1080 Canny edges of
-// the smooth test image against cv::HoughLines, and gradient circles on a 640x480 scene of discs
+// plateaus against cv::floodFill, the standard line transform of the Canny edges of that scene
+// (the plateaus' straight sides) against cv::HoughLines, and gradient circles on a 640x480 scene of discs
 // against cv::HoughCircles. Fills work in place, so each call of either side first copies the
 // scene into its own working image (the same copy on both sides).
 #include <opencv2/imgproc.hpp>

@@ -58,10 +58,10 @@ inline int32_t Circles(const uint8_t* src, uint32_t width, uint32_t height, uint
   if (pixels > (uint64_t{1} << 28)) return 3;
   Scratch maps(pixels * 10);
   if (maps.block == nullptr) return 5;
-  int16_t* gx = static_cast<int16_t*>(maps.block);
+  uint32_t* acc = static_cast<uint32_t*>(maps.block);
+  int16_t* gx = reinterpret_cast<int16_t*>(acc + pixels);  // 4-byte aligned: the score map reuses it
   int16_t* gy = gx + pixels;
   int16_t* mag = gy + pixels;
-  uint32_t* acc = reinterpret_cast<uint32_t*>(mag + pixels);  // pixels * 6 bytes in: 4-aligned
   gradients(src, width, height, stride, gx, gy, mag);
 
   // Thinning: an edge is a maximum of the L1 magnitude along its quantised gradient direction.
