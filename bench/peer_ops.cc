@@ -133,6 +133,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addCameraPairs(im, pairs);
   addMserPairs(im, pairs);
   addHistoPairs(im, pairs);
+  addRegionPairs(im, pairs);
   return pairs;
 }
 

@@ -75,6 +75,7 @@ void addSolverPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addCameraPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addMserPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addHistoPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addRegionPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
