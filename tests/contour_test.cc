@@ -309,8 +309,16 @@ struct List {
 List Polys(std::mt19937& rng, uint32_t w, uint32_t h, uint32_t n) {
   List l;
   for (uint32_t c = 0; c < n; ++c) {
+    // Even contours star-shaped (vertices sorted by angle around a centre), odd ones in random order.
     const uint32_t k = 1 + rng() % 9;
-    for (uint32_t i = 0; i < k; ++i) l.pts.push_back(rng() % w), l.pts.push_back(rng() % h);
+    const double cx = double(rng() % w), cy = double(rng() % h);
+    std::vector<std::pair<double, std::pair<uint32_t, uint32_t>>> v;
+    for (uint32_t i = 0; i < k; ++i) {
+      const uint32_t x = uint32_t(rng() % w), y = uint32_t(rng() % h);
+      v.push_back({std::atan2(double(y) - cy + 0.1, double(x) - cx + 0.1), {x, y}});
+    }
+    if (c % 2 == 0) std::sort(v.begin(), v.end());  // odd contours: any order, edges may cross
+    for (const auto& e : v) l.pts.push_back(e.second.first), l.pts.push_back(e.second.second);
     l.counts.push_back(k);
   }
   return l;
@@ -341,7 +349,7 @@ TEST(ContourDraw, LineIsSymmetricAndEightConnected) {
   // A line covers max(|dx|, |dy|) + 1 pixels, one per step of the major axis, whatever its direction.
   std::mt19937 rng(3);
   for (int t = 0; t < 200; ++t) {
-    const uint32_t pts[4] = {rng() % 31, rng() % 23, rng() % 31, rng() % 23};
+    const uint32_t pts[4] = {uint32_t(rng() % 31), uint32_t(rng() % 23), uint32_t(rng() % 31), uint32_t(rng() % 23)};
     const uint32_t rev[4] = {pts[2], pts[3], pts[0], pts[1]};
     const uint32_t two = 2;
     std::vector<uint8_t> a(31 * 23, 0), b(31 * 23, 0);

@@ -198,7 +198,9 @@ int32_t tvxFindConvexHullC(const uint32_t* points, uint32_t numPoints, int32_t c
   std::vector<uint32_t> order(numPoints);
   for (uint32_t i = 0; i < numPoints; ++i) order[i] = i;
   std::sort(order.begin(), order.end(), [pts](uint32_t a, uint32_t b) {
-    return pts[2 * a] < pts[2 * b] || (pts[2 * a] == pts[2 * b] && pts[2 * a + 1] < pts[2 * b + 1]);
+    if (pts[2 * a] != pts[2 * b]) return pts[2 * a] < pts[2 * b];
+    if (pts[2 * a + 1] != pts[2 * b + 1]) return pts[2 * a + 1] < pts[2 * b + 1];
+    return a < b;  // equal points keep their input order
   });
   auto Y = [&](int k) { return pts[2 * order[k] + 1]; };
   int miny = 0, maxy = 0;

@@ -96,7 +96,7 @@ void DrawContours(const Canvas& canvas, const uint32_t* points, const uint32_t* 
     for (const Edge& e : active) xs.push_back(e.x + (y - e.y0) * e.dx);
     std::sort(xs.begin(), xs.end());
     for (size_t i = 0; i + 1 < xs.size(); i += 2) {
-      int32_t xl = int32_t(xs[i] >> kShift), xr = int32_t(xs[i + 1] >> kShift);
+      int32_t xl = int32_t((xs[i] + kOne - 1) >> kShift), xr = int32_t(xs[i + 1] >> kShift);
       if (xl >= int32_t(canvas.width) || xr < 0) continue;
       xl = std::max(xl, 0);
       xr = std::min(xr, int32_t(canvas.width) - 1);
