@@ -37,6 +37,8 @@ uint32_t SkipC(const int8_t* row, uint32_t x, uint32_t end, int8_t value) {
 bool CheckContours(uint32_t width, uint32_t height, const uint32_t* points, uint32_t numPoints,
                    const uint32_t* numPointsInContour, uint32_t numContours, int32_t contourIndex,
                    std::vector<uint64_t>& offsets, uint32_t& first, uint32_t& last) {
+  // Coordinates are drawn in signed 32-bit arithmetic.
+  if (width >= (1u << 30) || height >= (1u << 30)) return false;
   if (contourIndex >= 0 && uint32_t(contourIndex) >= numContours) return false;
   offsets.resize(numContours);
   uint64_t sum = 0;
@@ -126,6 +128,7 @@ int32_t tvxDrawContourInterleavedu8C(uint8_t* dst, uint32_t dstWidth, uint32_t d
 
 int32_t tvxFillConvexPolyu8C(uint8_t* dst, uint32_t dstWidth, uint32_t dstHeight, uint32_t dstStride,
                              const uint32_t* points, uint32_t numPoints, uint8_t color) {
+  if (dstWidth >= (1u << 30) || dstHeight >= (1u << 30)) return 3;
   for (uint32_t i = 0; i < numPoints; ++i)
     if (points[2 * i] >= dstWidth || points[2 * i + 1] >= dstHeight) return 3;
   const Canvas canvas{dst, dstWidth, dstHeight, dstStride, 1, false, 0, {color, 0, 0, 0}};
