@@ -539,6 +539,17 @@ TEST(ContourPoints, IndependentChecksAndBadArguments) {
   std::vector<uint32_t> got(idx, idx + m);
   std::sort(got.begin(), got.end());
   EXPECT_EQ(got, (std::vector<uint32_t>{1, 2, 4, 5}));
+  // Orientation: the signed area (y down) is negative for the clockwise flag, positive without.
+  for (int32_t cw = 0; cw < 2; ++cw) {
+    ASSERT_EQ(tvxFindConvexHull(sq, 6, cw, idx, &m), 0);
+    ASSERT_EQ(m, 4u);
+    int64_t area = 0;
+    for (uint32_t i = 0; i < m; ++i) {
+      const uint32_t a = idx[i], b = idx[(i + 1) % m];
+      area += int64_t(sq[2 * a]) * sq[2 * b + 1] - int64_t(sq[2 * b]) * sq[2 * a + 1];
+    }
+    EXPECT_EQ(area, cw ? -200 : 200);
+  }
   const uint32_t far[2] = {1u << 30, 0};
   m = 9;
   EXPECT_EQ(tvxFindConvexHull(far, 1, 0, idx, &m), 3);
