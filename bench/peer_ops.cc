@@ -123,6 +123,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addRemapPairs(im, pairs);
   addFastPairs(im, pairs);
   addHarrisPairs(im, pairs);
+  addContourPairs(im, pairs);
   addNccPairs(im, pairs);
   addVectorPairs(im, pairs);
   addOptflowPairs(im, pairs);

@@ -66,6 +66,7 @@ void addWarpPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addRemapPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addFastPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addHarrisPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addContourPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addNccPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addVectorPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addOptflowPairs(PeerImages& images, std::vector<PeerPair>& pairs);
