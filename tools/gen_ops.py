@@ -401,6 +401,10 @@ def entry_body(op, public_name):
             b.append(f"  if ({alias} && !({wide(op, op.inplace_cond)})) return{fail};")
     args = op.call_args or op.args()
     call = f"reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][t])({args})"
+    if op.internal:
+        # Internal rows stay empty until the first mode selection; before it the reference runs.
+        call = (f"reinterpret_cast<{op.fn_type()}>({op.func_table()}[{op.row_const()}][t] ? "
+                f"{op.func_table()}[{op.row_const()}][t] : (void*)&{op.name}C)({args})")
     # A kernel whose working storage cannot be had (a phone out of memory, or a size beyond a
     # 32-bit address space) throws from its containers; the call then fails like any allocation
     # failure instead of ending the app at the C boundary.
