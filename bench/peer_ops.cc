@@ -131,6 +131,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addTransformPairs(im, pairs);
   addSolverPairs(im, pairs);
   addCameraPairs(im, pairs);
+  addSearchPairs(im, pairs);
   return pairs;
 }
 

@@ -73,6 +73,7 @@ void addCodeBookPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addGeomPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addSolverPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addCameraPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addSearchPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
