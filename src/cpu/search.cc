@@ -124,7 +124,7 @@ int32_t KdCreate(const int8_t* descriptors, uint32_t n, uint32_t stride, void** 
 
 int32_t KdQuery(void* handle, const int8_t* queries, uint32_t numQueries, uint32_t queryStride, uint32_t k,
                 uint32_t maxChecks, int32_t* indices, float* distances,
-                void (*dot8)(const int16_t*, const int8_t*, int32_t*)) {
+                void (*dot8)(const int16_t*, const int8_t*, int32_t*), int64_t (*bound)(const KdNode&, const int8_t*)) {
   const KdTree* t = static_cast<const KdTree*>(handle);
   if (t->magic != kKdMagic) return 3;
   if (numQueries == 0) return 0;
@@ -138,7 +138,7 @@ int32_t KdQuery(void* handle, const int8_t* queries, uint32_t numQueries, uint32
                                          AlignUp(sizeof(int32_t) * size_t{k}))};
   for (uint32_t q = 0; q < numQueries; ++q)
     KdQueryOne(*t, At(queries, queryStride, q), k, maxChecks, s, indices + size_t{q} * k, distances + size_t{q} * k,
-               dot8);
+               dot8, bound);
   tvxMemFree(scratch);
   return 0;
 }
@@ -184,7 +184,7 @@ int32_t tvxKDTreeCreate36s8f32C(const int8_t* descriptors, uint32_t numDescripto
 
 int32_t tvxKDTreeQuery36s8f32C(void* handle, const int8_t* queries, uint32_t numQueries, uint32_t queryStride, uint32_t k,
                                uint32_t maxChecks, int32_t* indices, float* distances) {
-  return KdQuery(handle, queries, numQueries, queryStride, k, maxChecks, indices, distances, Dot8Scalar);
+  return KdQuery(handle, queries, numQueries, queryStride, k, maxChecks, indices, distances, Dot8Scalar, BoxBound);
 }
 
 int32_t tvxKDTreeDestroy36s8f32C(void* handle) { return KdDestroy(handle); }

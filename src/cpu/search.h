@@ -119,13 +119,14 @@ inline bool HeapLess(const HeapItem& a, const HeapItem& b) {  // min-heap on (bo
   return a.bound > b.bound || (a.bound == b.bound && a.node > b.node);
 }
 
-template <class Dot8>
+// bound(node, q): BoxBound or an equal computation.
+template <class Dot8, class Bound>
 void KdQueryOne(const KdTree& t, const int8_t* q, uint32_t k, uint32_t maxChecks, KdScratch& s, int32_t* indices,
-                float* distances, Dot8&& dot8) {
+                float* distances, Dot8&& dot8, Bound&& bound) {
   const int32_t qq = SquaredLength(q);
   uint32_t found = 0, checks = 0, heapSize = 0;
   const auto worse = [&](int64_t bound) { return found == k && bound > s.bestDist[k - 1]; };
-  s.heap[heapSize++] = HeapItem{BoxBound(t.nodes[0], q), 0};
+  s.heap[heapSize++] = HeapItem{bound(t.nodes[0], q), 0};
   int32_t dots[kGroup];
   bool stop = false;
   while (heapSize && !stop) {
@@ -135,7 +136,7 @@ void KdQueryOne(const KdTree& t, const int8_t* q, uint32_t k, uint32_t maxChecks
     int32_t node = item.node;
     while (t.nodes[node].leaf < 0) {
       const KdNode& n = t.nodes[node];
-      const int64_t bl = BoxBound(t.nodes[n.left], q), br = BoxBound(t.nodes[n.right], q);
+      const int64_t bl = bound(t.nodes[n.left], q), br = bound(t.nodes[n.right], q);
       const bool goLeft = bl <= br;
       const int32_t next = goLeft ? n.left : n.right, other = goLeft ? n.right : n.left;
       const int64_t bn = goLeft ? bl : br, bo = goLeft ? br : bl;

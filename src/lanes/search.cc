@@ -3,6 +3,7 @@
 //  - eight dot products of a packed group: each 16-value row (elements 2r, 2r + 1 of eight
 //    descriptors) is multiplied by the broadcast query pair and summed pairwise into 32-bit
 //    lanes (exact integers);
+//  - KD-tree box bounds: 16-bit gaps to the box squared and summed pairwise (exact integers);
 //  - ten centre distances of a k-means node: 16-bit differences squared and summed pairwise;
 //  - SVM rows: four-lane float sums, lane k holding elements k mod 4, as the reference orders
 //    them, so decisions are identical.
@@ -76,6 +77,30 @@ inline void Dist10(const int8_t* centres, const int8_t* q, int32_t* out) {
   }
 }
 
+// Squared distance of q to a node's box: per component the gap below lo or above hi (one of
+// them is zero), squared and summed pairwise in 32-bit lanes; an exact integer.
+inline int64_t Bound(const KdNode& n, const int8_t* q) {
+  const hn::FixedTag<int16_t, 8> d16;
+  const hn::Rebind<int8_t, decltype(d16)> d8;
+  const hn::Repartition<int32_t, decltype(d16)> d32;
+  const auto zero = hn::Zero(d16);
+  auto s0 = hn::Zero(d32), s1 = hn::Zero(d32);
+  for (uint32_t i = 0; i < 32; i += 8) {
+    const auto v = hn::PromoteTo(d16, hn::LoadU(d8, q + i));
+    const auto lo = hn::PromoteTo(d16, hn::LoadU(d8, n.lo + i)), hi = hn::PromoteTo(d16, hn::LoadU(d8, n.hi + i));
+    const auto gap = hn::Add(hn::Max(hn::Sub(lo, v), zero), hn::Max(hn::Sub(v, hi), zero));
+    s0 = hn::ReorderWidenMulAccumulate(d32, gap, gap, s0, s1);
+  }
+  int64_t s = hn::GetLane(hn::SumOfLanes(d32, hn::RearrangeToOddPlusEven(s0, s1)));
+  for (uint32_t i = 32; i < kDim; ++i) {
+    int32_t gap = 0;
+    if (q[i] < n.lo[i]) gap = n.lo[i] - q[i];
+    else if (q[i] > n.hi[i]) gap = q[i] - n.hi[i];
+    s += int64_t{gap} * gap;
+  }
+  return s;
+}
+
 inline float KernelSum(const float* a, const float* b, uint32_t dim, bool squared) {
   const hn::FixedTag<float, 4> d;
   auto acc = hn::Zero(d);
@@ -107,6 +132,8 @@ int32_t SearchLinear(const int16_t* packed, const float* invLengths, uint32_t nu
 
 void SearchDot8(const int16_t* group, const int8_t* q, int32_t* out) { search::Dot8(group, q, out); }
 
+int64_t SearchBound(const tvxsearch::KdNode& n, const int8_t* q) { return search::Bound(n, q); }
+
 int32_t SearchKMeans(const int8_t* centres, const int32_t* children, uint32_t numNodes, const int8_t* queries,
                      uint32_t numQueries, uint32_t queryStride, int32_t* leaves, uint32_t* distances) {
   for (uint32_t q = 0; q < numQueries; ++q)
@@ -134,6 +161,7 @@ HWY_AFTER_NAMESPACE();
 namespace tvx {
 HWY_EXPORT(SearchLinear);
 HWY_EXPORT(SearchDot8);
+HWY_EXPORT(SearchBound);
 HWY_EXPORT(SearchKMeans);
 HWY_EXPORT(SearchSvm);
 }  // namespace tvx
@@ -142,6 +170,7 @@ using namespace tvx;
 
 namespace {
 void Dot8Dispatch(const int16_t* group, const int8_t* q, int32_t* out) { HWY_DYNAMIC_DISPATCH(SearchDot8)(group, q, out); }
+int64_t BoundDispatch(const tvxsearch::KdNode& n, const int8_t* q) { return HWY_DYNAMIC_DISPATCH(SearchBound)(n, q); }
 }  // namespace
 
 int32_t tvxLinearSearch8x36s8V(const int16_t* packed, const float* invLengths, uint32_t numDescriptors,
@@ -154,7 +183,7 @@ int32_t tvxLinearSearch8x36s8V(const int16_t* packed, const float* invLengths, u
 int32_t tvxKDTreeQuery36s8f32V(void* handle, const int8_t* queries, uint32_t numQueries, uint32_t queryStride, uint32_t k,
                                uint32_t maxChecks, int32_t* indices, float* distances) {
   return tvxsearch::KdQuery(handle, queries, numQueries, queryStride, k, maxChecks, indices, distances,
-                            Dot8Dispatch);
+                            Dot8Dispatch, BoundDispatch);
 }
 
 int32_t tvxKMeansTreeSearch36x10s8V(const int8_t* centres, const int32_t* children, uint32_t numNodes,
