@@ -135,6 +135,7 @@ std::vector<PeerPair> makePeerPairs(PeerImages& im) {
   addMserPairs(im, pairs);
   addHistoPairs(im, pairs);
   addRegionPairs(im, pairs);
+  addSearchPairs(im, pairs);
   return pairs;
 }
 

@@ -77,6 +77,7 @@ void addCameraPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addMserPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addHistoPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 void addRegionPairs(PeerImages& images, std::vector<PeerPair>& pairs);
+void addSearchPairs(PeerImages& images, std::vector<PeerPair>& pairs);
 
 std::vector<PeerPair> makePeerPairs(PeerImages& images);
 
