@@ -2,8 +2,9 @@
 # The test command: installs what is missing, builds, and runs the host suite and the ARMv7
 # suite under qemu-arm, the host suite again as a debug build under AddressSanitizer and
 # UndefinedBehaviorSanitizer (TAVIX_SANITIZE_TESTS=0 skips that one), and the concurrency suite
-# under ThreadSanitizer (TAVIX_TSAN_TESTS=0 skips it), and a short run of every fuzz target
-# (scripts/fuzz.sh; TAVIX_FUZZ_SECONDS each, 3 by default, 0 skips it).
+# under ThreadSanitizer (TAVIX_TSAN_TESTS=0 skips it), and, when TAVIX_FUZZ_SECONDS is set, a
+# run of every fuzz target for that many seconds each (scripts/fuzz.sh). The fuzz smoke stays
+# out of CI until a cold build of the five presets fits CI's time with room to spare.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -28,7 +29,7 @@ if [ "${TAVIX_TSAN_TESTS:-1}" = 1 ]; then
   ctest --preset tsan
 fi
 
-fuzz_seconds=${TAVIX_FUZZ_SECONDS:-3}
+fuzz_seconds=${TAVIX_FUZZ_SECONDS:-0}
 if [ "$fuzz_seconds" != 0 ]; then
   bash scripts/fuzz.sh "$fuzz_seconds"
 fi
