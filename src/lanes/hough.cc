@@ -86,10 +86,12 @@ namespace tvx {
 HWY_EXPORT(HoughCirclesLanes);
 }  // namespace tvx
 
+using namespace tvx;
+
 int32_t tvxHoughCircleu8V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride,
                           uint32_t minDist, uint32_t edgeThreshold, uint32_t accThreshold, uint32_t minRadius,
                           uint32_t maxRadius, float* circles, uint32_t capacity, uint32_t* numCircles) {
-  return HWY_DYNAMIC_DISPATCH(tvx::HoughCirclesLanes)(src, srcWidth, srcHeight, srcStride, minDist, edgeThreshold,
+  return HWY_DYNAMIC_DISPATCH(HoughCirclesLanes)(src, srcWidth, srcHeight, srcStride, minDist, edgeThreshold,
                                                       accThreshold, minRadius, maxRadius, circles, capacity,
                                                       numCircles);
 }

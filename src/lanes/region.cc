@@ -58,9 +58,11 @@ namespace tvx {
 HWY_EXPORT(RegionMotionHistory);
 }  // namespace tvx
 
+using namespace tvx;
+
 int32_t tvxUpdateMotionHistoryu8s32V(const uint8_t* src, uint32_t srcWidth, uint32_t srcHeight, uint32_t srcStride,
                                      int32_t* mhi, uint32_t mhiStride, int32_t timestamp, int32_t duration) {
-  return HWY_DYNAMIC_DISPATCH(tvx::RegionMotionHistory)(src, srcWidth, srcHeight, srcStride, mhi, mhiStride, timestamp,
+  return HWY_DYNAMIC_DISPATCH(RegionMotionHistory)(src, srcWidth, srcHeight, srcStride, mhi, mhiStride, timestamp,
                                                   duration);
 }
 #endif  // HWY_ONCE
