@@ -49,6 +49,49 @@ int32_t Release(void* handle);
 
 }  // namespace tvxmser
 
+// The image entries of one tier: each fills the output description of its form and runs the
+// shared tree with the tier's preparation kernels (SUFFIX C for the reference, V for SIMD).
+#define TVX_MSER_BASIC_ARGS                                                                                        \
+  void *mserHandle, const uint8_t *srcPtr, uint32_t width, uint32_t height, uint32_t stride, uint32_t maxContours, \
+      uint32_t pointsArraySize, uint32_t *numContours, uint32_t *numPointsInContour, uint32_t *pointsArray
+#define TVX_MSER_EXT_ARGS                                                                          \
+  TVX_MSER_BASIC_ARGS, float *contourVariation, int32_t *contourPolarity, uint32_t *contourNodeId, \
+      uint32_t *contourNodeCounter
+#define TVX_MSER_EXT_OUTPUTS contourVariation, contourPolarity, contourNodeId, contourNodeCounter
+#define TVX_MSER_NO_EXT_OUTPUTS nullptr, nullptr, nullptr, nullptr
+#define TVX_MSER_RUN(NN8, EXT_OUTPUTS, BOX, SPLIT, EXT, PREP)                                                      \
+  tvxmser::Run(mserHandle, srcPtr, width, height, stride, NN8,                                                     \
+               tvxmser::Outputs{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray,        \
+                                EXT_OUTPUTS, BOX, SPLIT, EXT},                                                     \
+               PREP)
+#define TVX_MSER_IMAGE_ENTRIES(SUFFIX, PREP)                                                                         \
+  int32_t tvxMseru8##SUFFIX(TVX_MSER_BASIC_ARGS) {                                                                   \
+    return TVX_MSER_RUN(false, TVX_MSER_NO_EXT_OUTPUTS, nullptr, false, false, PREP);                                \
+  }                                                                                                                  \
+  int32_t tvxMseru8_v2##SUFFIX(TVX_MSER_BASIC_ARGS) {                                                                \
+    return tvxMseru8##SUFFIX(mserHandle, srcPtr, width, height, stride, maxContours, pointsArraySize, numContours,  \
+                             numPointsInContour, pointsArray);                                                       \
+  }                                                                                                                  \
+  int32_t tvxMserNN8u8##SUFFIX(TVX_MSER_BASIC_ARGS) {                                                                \
+    return TVX_MSER_RUN(true, TVX_MSER_NO_EXT_OUTPUTS, nullptr, false, false, PREP);                                 \
+  }                                                                                                                  \
+  int32_t tvxMserExtu8##SUFFIX(TVX_MSER_EXT_ARGS) {                                                                  \
+    return TVX_MSER_RUN(false, TVX_MSER_EXT_OUTPUTS, nullptr, false, true, PREP);                                    \
+  }                                                                                                                  \
+  int32_t tvxMserExtu8_v2##SUFFIX(TVX_MSER_EXT_ARGS) {                                                               \
+    return tvxMserExtu8##SUFFIX(mserHandle, srcPtr, width, height, stride, maxContours, pointsArraySize,             \
+                                numContours, numPointsInContour, pointsArray, TVX_MSER_EXT_OUTPUTS);                 \
+  }                                                                                                                  \
+  int32_t tvxMserExtu8_v3##SUFFIX(TVX_MSER_EXT_ARGS, uint32_t* contourBoundingBox) {                                 \
+    return TVX_MSER_RUN(false, TVX_MSER_EXT_OUTPUTS, contourBoundingBox, false, true, PREP);                         \
+  }                                                                                                                  \
+  int32_t tvxMserExtNN8u8##SUFFIX(TVX_MSER_EXT_ARGS) {                                                               \
+    return TVX_MSER_RUN(true, TVX_MSER_EXT_OUTPUTS, nullptr, false, true, PREP);                                     \
+  }                                                                                                                  \
+  int32_t tvxMserSplitExtu8##SUFFIX(TVX_MSER_EXT_ARGS) {                                                             \
+    return TVX_MSER_RUN(false, TVX_MSER_EXT_OUTPUTS, nullptr, true, true, PREP);                                     \
+  }
+
 // Test seams. Threading: 1 (default) runs the dark polarity on a second thread, 0 runs both on
 // the caller's. Thread start failure: when nonzero the second thread is treated as refused by
 // the system. Mask offset: bytes added to both mask planes at creation (a nonzero value below 32

@@ -84,52 +84,5 @@ const tvxmser::Prep kLanesPrep = {&LanesToWorking, &LanesInvert, &LanesFill};
 }  // namespace
 }  // namespace tvx
 
-using tvxmser::Outputs;
-
-#define TVX_MSER_BASIC_ARGS                                                                                        \
-  void *mserHandle, const uint8_t *srcPtr, uint32_t width, uint32_t height, uint32_t stride, uint32_t maxContours, \
-      uint32_t pointsArraySize, uint32_t *numContours, uint32_t *numPointsInContour, uint32_t *pointsArray
-#define TVX_MSER_EXT_ARGS                                                                          \
-  TVX_MSER_BASIC_ARGS, float *contourVariation, int32_t *contourPolarity, uint32_t *contourNodeId, \
-      uint32_t *contourNodeCounter
-
-int32_t tvxMseru8V(TVX_MSER_BASIC_ARGS) {
-  const Outputs o{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, false, false};
-  return tvxmser::Run(mserHandle, srcPtr, width, height, stride, false, o, tvx::kLanesPrep);
-}
-int32_t tvxMseru8_v2V(TVX_MSER_BASIC_ARGS) {
-  return tvxMseru8V(mserHandle, srcPtr, width, height, stride, maxContours, pointsArraySize, numContours,
-                    numPointsInContour, pointsArray);
-}
-int32_t tvxMserNN8u8V(TVX_MSER_BASIC_ARGS) {
-  const Outputs o{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray,
-                  nullptr, nullptr, nullptr, nullptr, nullptr, false, false};
-  return tvxmser::Run(mserHandle, srcPtr, width, height, stride, true, o, tvx::kLanesPrep);
-}
-int32_t tvxMserExtu8V(TVX_MSER_EXT_ARGS) {
-  const Outputs o{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray, contourVariation,
-                  contourPolarity, contourNodeId, contourNodeCounter, nullptr, false, true};
-  return tvxmser::Run(mserHandle, srcPtr, width, height, stride, false, o, tvx::kLanesPrep);
-}
-int32_t tvxMserExtu8_v2V(TVX_MSER_EXT_ARGS) {
-  return tvxMserExtu8V(mserHandle, srcPtr, width, height, stride, maxContours, pointsArraySize, numContours,
-                       numPointsInContour, pointsArray, contourVariation, contourPolarity, contourNodeId,
-                       contourNodeCounter);
-}
-int32_t tvxMserExtu8_v3V(TVX_MSER_EXT_ARGS, uint32_t* contourBoundingBox) {
-  const Outputs o{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray, contourVariation,
-                  contourPolarity, contourNodeId, contourNodeCounter, contourBoundingBox, false, true};
-  return tvxmser::Run(mserHandle, srcPtr, width, height, stride, false, o, tvx::kLanesPrep);
-}
-int32_t tvxMserExtNN8u8V(TVX_MSER_EXT_ARGS) {
-  const Outputs o{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray, contourVariation,
-                  contourPolarity, contourNodeId, contourNodeCounter, nullptr, false, true};
-  return tvxmser::Run(mserHandle, srcPtr, width, height, stride, true, o, tvx::kLanesPrep);
-}
-int32_t tvxMserSplitExtu8V(TVX_MSER_EXT_ARGS) {
-  const Outputs o{maxContours, pointsArraySize, numContours, numPointsInContour, pointsArray, contourVariation,
-                  contourPolarity, contourNodeId, contourNodeCounter, nullptr, true, true};
-  return tvxmser::Run(mserHandle, srcPtr, width, height, stride, false, o, tvx::kLanesPrep);
-}
+TVX_MSER_IMAGE_ENTRIES(V, tvx::kLanesPrep)
 #endif  // HWY_ONCE
